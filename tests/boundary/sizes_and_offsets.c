@@ -1,0 +1,2 @@
+/* The records seen from C. */
+#include "layout_checks.h"
