@@ -209,8 +209,5 @@ int snmp_parse_trap(const unsigned char* buf, int length, snmp_trap_infoEMS* sti
 }
 
 int isVellumNotificationAddress(const uint32_t* oid) WQEVENTS_NOEXCEPT {
-    return oid != nullptr &&
-                   std::equal(wq::notification_address.begin(), wq::notification_address.end(), oid)
-               ? 1
-               : 0;
+    return oid != nullptr && wq::names_notification_address(oid) ? 1 : 0;
 }

@@ -50,17 +50,18 @@ unsigned char* build_binding_header(unsigned char* data, int* room, int contents
     int header_room = static_cast<int>(header.size());
     const unsigned char* end =
         asnBuildHeader09(header.data(), &header_room, ASN_SEQUENCE09, contents_length);
-    const int surplus = end == nullptr ? 0 : static_cast<int>(end - header.data()) - short_header;
+    const std::ptrdiff_t length = end == nullptr ? 0 : end - header.data();
+    const int surplus = static_cast<int>(length) - short_header;
     if (end == nullptr || *room < surplus) {
         report_snmp("cannot build header 2");
         return nullptr;
     }
     *room -= surplus;
-    unsigned char* contents = data + short_header + surplus;
+    unsigned char* contents = data + length;
     if (surplus > 0) {
         std::memmove(contents, data + short_header, static_cast<std::size_t>(contents_length));
     }
-    std::memcpy(data, header.data(), static_cast<std::size_t>(short_header + surplus));
+    std::memcpy(data, header.data(), static_cast<std::size_t>(length));
     return contents + contents_length;
 }
 

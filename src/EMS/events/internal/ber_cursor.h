@@ -174,8 +174,8 @@ inline Error integer_value(const Item& item, const uint8_t* end, int32_t& value)
     return Error::none;
 }
 
-// Copies short runs without a call. The call is to memmove(): where the compiler sees a bound of the
-// length it turns memcpy() into a string instruction that costs several times as much.
+// Copies short runs without a call. The call is to memmove(): where the compiler sees a bound of
+// the length it turns memcpy() into a string instruction that costs several times as much.
 inline void copy_octets(uint8_t* to, const uint8_t* from, std::size_t length) {
     if (length > 16) {
         std::memmove(to, from, length);
@@ -217,20 +217,12 @@ inline Error read_sub_identifier(const uint8_t*& position, const uint8_t* end, u
     return Error::short_item;
 }
 
-// The identifier that an item holds. `count` is the capacity of `objid` and becomes the number of
-// sub-identifiers.
-inline Error objid_value(const Item& item, uint32_t* objid, uint32_t& count) {
-    if (uint64_t{item.length} + 1 > count || count < 2) {
-        return Error::too_long;
-    }
+// Reads sub-identifiers of any size; `next` has room for one an octet and moves behind the last.
+inline Error read_sub_identifiers(const Item& item, uint32_t*& next) {
     const uint8_t* position = item.contents;
     const uint8_t* end = position + item.length;
-    uint32_t* next = objid + 1;
-    *next = 0;  // empty contents read as 0.0
-    next += item.length == 0;
     while (position != end) {
         if (static_cast<std::size_t>(end - position) >= octet_block) {
-            // What is written too much lies within the capacity.
             const std::size_t clean = widen_block(next, position);
             position += clean;
             next += clean;
@@ -238,19 +230,32 @@ inline Error objid_value(const Item& item, uint32_t* objid, uint32_t& count) {
                 continue;
             }
         }
-        if (*position < more_octets) {
-            *next++ = *position++;
-            continue;
-        }
         if (const Error error = read_sub_identifier(position, end, *next); error != Error::none) {
             return error;
         }
         ++next;
     }
+    return Error::none;
+}
+
+// The identifier that an item holds. `count` is the capacity of `objid` and becomes the number of
+// sub-identifiers.
+inline Error objid_value(const Item& item, uint32_t* objid, uint32_t& count) {
+    if (uint64_t{item.length} + 1 > count || count < 2) {
+        return Error::too_long;
+    }
+    uint32_t* next = objid + 1;
+    if (item.length == 0) {
+        *next++ = 0;  // empty contents read as 0.0
+    } else if (widen_all(next, item.contents, item.length)) {
+        next += item.length;
+    } else if (const Error error = read_sub_identifiers(item, next); error != Error::none) {
+        return error;
+    }
     // X.690 8.19.4 packs the first two; arcs of 80 and above are split like all others.
     const uint32_t first = objid[1];
     objid[1] = first % 40;
-    objid[0] = (first - objid[1]) / 40;
+    objid[0] = first / 40;
     count = static_cast<uint32_t>(next - objid);
     return Error::none;
 }
@@ -328,7 +333,11 @@ inline uint8_t* put_octets(uint8_t* to, uint32_t value, uint32_t octets) {
 
 // Writes a sub-identifier in the fewest octets, base 128 (X.690 8.19.2).
 inline uint8_t* put_sub_identifier(uint8_t* to, uint32_t value) {
-    const int groups = (std::max(static_cast<int>(std::bit_width(value)), 1) + 6) / 7;
+    if (value < more_octets) {
+        *to++ = static_cast<uint8_t>(value);
+        return to;
+    }
+    const int groups = (static_cast<int>(std::bit_width(value)) + 6) / 7;
     for (int shift = 7 * (groups - 1); shift > 0; shift -= 7) {
         *to++ = static_cast<uint8_t>(value >> shift | more_octets);
     }
@@ -344,13 +353,9 @@ constexpr bool first_arcs_fit(uint32_t first, uint32_t second) {
     return uint64_t{first} * 40 + second < 0x80;
 }
 
-// Writes an identifier's contents: `count` (at least 2) sub-identifiers whose first two fit.
-// Returns null when there are more than `max_objid_octets`; `to` has room for `objid_room`.
-inline uint8_t* put_objid_contents(uint8_t* to, const uint32_t* objid, uint32_t count) {
-    const uint8_t* limit = to + max_objid_octets;
-    const uint32_t* next = objid + 2;
-    const uint32_t* end = objid + count;
-    *to++ = static_cast<uint8_t>(objid[0] * 40 + objid[1]);
+// Writes sub-identifiers of any size; null when they pass `limit`.
+inline uint8_t* put_sub_identifiers(uint8_t* to, const uint8_t* limit, const uint32_t* next,
+                                    const uint32_t* end) {
     while (next != end) {
         if (to > limit) {
             return nullptr;
@@ -363,14 +368,21 @@ inline uint8_t* put_objid_contents(uint8_t* to, const uint32_t* objid, uint32_t 
                 continue;
             }
         }
-        const uint32_t value = *next++;
-        if (value < more_octets) {
-            *to++ = static_cast<uint8_t>(value);
-        } else {
-            to = put_sub_identifier(to, value);
-        }
+        to = put_sub_identifier(to, *next++);
     }
     return to > limit ? nullptr : to;
+}
+
+// Writes an identifier's contents: `count` (at least 2) sub-identifiers whose first two fit.
+// Returns null when there are more than `max_objid_octets`; `to` has room for `objid_room`.
+inline uint8_t* put_objid_contents(uint8_t* to, const uint32_t* objid, uint32_t count) {
+    const uint8_t* limit = to + max_objid_octets;
+    const uint32_t rest = count - 2;
+    *to++ = static_cast<uint8_t>(objid[0] * 40 + objid[1]);
+    if (rest < max_objid_octets && narrow_all(to, objid + 2, rest)) {
+        return to + rest;
+    }
+    return put_sub_identifiers(to, limit, objid + 2, objid + count);
 }
 
 }  // namespace wq::ber
