@@ -157,9 +157,14 @@ bool parse_next_binding(Reader& list, SnmpVarBindEMS& binding) {
     return parse_value(value, list.end(), binding);
 }
 
+// `oid` has at least as many sub-identifiers as the notification address.
+bool names_notification_address(const uint32_t* oid) {
+    return std::equal(notification_address.begin(), notification_address.end(), oid);
+}
+
 bool is_notification_address(const SnmpVarBindEMS& binding) {
     return ber::is_string_type(binding.type) && binding.oid_length >= notification_address.size() &&
-           isVellumNotificationAddress(binding.oid) != 0;
+           names_notification_address(binding.oid);
 }
 
 // Octets 1 to 4 of the value are the agent's address; a value that ends before them has zeros.
