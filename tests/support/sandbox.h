@@ -85,7 +85,7 @@ inline void become_root_of_new_namespaces() {
 inline void bring_loopback_up() {
     const int sd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     ifreq request{};
-    std::strcpy(request.ifr_name, "lo");
+    std::memcpy(request.ifr_name, "lo", sizeof "lo");
     const bool got = sd >= 0 && ioctl(sd, SIOCGIFFLAGS, &request) == 0;
     request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP | IFF_RUNNING);
     const bool up = got && ioctl(sd, SIOCSIFFLAGS, &request) == 0;

@@ -182,7 +182,10 @@ inline Oid oid(const std::string& dotted) {
 inline std::string dotted(const uint32_t* oid, size_t count) {
     std::string text;
     for (size_t i = 0; i < count; ++i) {
-        text += (i == 0 ? "" : ".") + std::to_string(oid[i]);
+        if (i != 0) {
+            text += '.';
+        }
+        text += std::to_string(oid[i]);
     }
     return text;
 }
