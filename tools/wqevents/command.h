@@ -1,0 +1,67 @@
+/*
+ * What the subcommands share: how they end, how they read numbers, and how they are registered.
+ */
+#ifndef WQEVENTS_TOOL_COMMAND_H
+#define WQEVENTS_TOOL_COMMAND_H
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace wq::command {
+
+inline constexpr int exit_failure = 1;
+inline constexpr int exit_usage = 2;
+
+/* The command line asks for something that cannot be: status 2. */
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/* What was asked for did not work: status 1. */
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/* system_failure: the Failure "what: text of the error number". */
+Failure system_failure(const std::string& what, int error);
+
+/* report: writes the text to the standard error stream, at once. */
+void report(const std::string& text);
+
+/*
+ * parse_number: the decimal number `text`, which must lie from `low` to `high`. `what` names it in
+ * the UsageError.
+ */
+std::int64_t parse_number(std::string_view what, std::string_view text, std::int64_t low,
+                          std::int64_t high);
+
+/* parse_event_number: a number of an event, decimal or, behind 0x, hexadecimal. */
+int parse_event_number(std::string_view text);
+
+/* quoted: `text` in single quotes, for messages. */
+std::string quoted(std::string_view text);
+
+/* Each registers a subcommand of `app`, which runs while the command line is parsed. */
+void add_listen(CLI::App& app);
+void add_event(CLI::App& app);
+void add_send(CLI::App& app);
+
+/*
+ * shield_values: the words behind "send" with the values of bindings marked, so that the parser
+ * takes none for an option or a list, whatever it looks like; the subcommand takes the marks off.
+ */
+std::vector<std::string> shield_values(std::vector<std::string> words);
+
+/* run: the whole command; returns the process's exit status. */
+int run(int argc, const char* const* argv);
+
+}  // namespace wq::command
+
+#endif

@@ -1,0 +1,36 @@
+/*
+ * A descriptor that is closed when its owner goes.
+ */
+#ifndef WQEVENTS_TOOL_FILE_DESCRIPTOR_H
+#define WQEVENTS_TOOL_FILE_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace wq::command {
+
+class FileDescriptor {
+  public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
+    ~FileDescriptor() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+
+    int get() const { return fd_; }
+
+  private:
+    int fd_ = -1;
+};
+
+}  // namespace wq::command
+
+#endif

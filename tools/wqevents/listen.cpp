@@ -1,0 +1,68 @@
+/*
+ * wqevents listen: prints the traps that arrive.
+ */
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "command.h"
+#include "listener.h"
+
+namespace wq::command {
+namespace {
+
+constexpr const char* footer_text =
+    "Each option that names a place may be repeated. Without HOST a port is open on every address\n"
+    "of this host; port 0 is any that is free. \"listening on ...\" on the standard error stream\n"
+    "tells that peers may come.\n"
+    "\n"
+    "SIGUSR1 prints the totals to the standard error stream. SIGINT and SIGTERM take what has\n"
+    "arrived, print the totals and end with status 0.\n"
+    "\n"
+    "Examples:\n"
+    "  wqevents listen --udp 127.0.0.1:16200\n"
+    "  wqevents listen --socket /tmp/traps.socket --raw-tcp 1162 --json | jq .specific\n"
+    "  wqevents listen --raw-tcp 127.0.0.1:1162 --count 1";
+
+void run_listen(const ListenOptions& options) {
+    if (options.udp.empty() && options.sockets.empty() && options.tcp.empty() &&
+        options.raw_tcp.empty()) {
+        throw UsageError(
+            "there is nothing to listen on; give --udp, --socket, --tcp or --raw-tcp, as "
+            "--udp 127.0.0.1:16200");
+    }
+    Listener(options).run();
+}
+
+/* Repeatable, and each time with one value only, so that nothing else is taken for one. */
+void add_places(CLI::App& command, const char* name, std::vector<std::string>& places,
+                const char* type, const char* help) {
+    command.add_option(name, places, help)->type_name(type)->allow_extra_args(false);
+}
+
+}  // namespace
+
+void add_listen(CLI::App& app) {
+    const auto options = std::make_shared<ListenOptions>();
+    CLI::App* command = app.add_subcommand("listen", "Print the traps that arrive");
+    add_places(*command, "--udp", options->udp, "[HOST:]PORT", "Take a trap a datagram");
+    add_places(*command, "--socket", options->sockets, "PATH",
+               "Take traps behind transmission headers at a local stream socket, which is made");
+    add_places(*command, "--tcp", options->tcp, "[HOST:]PORT",
+               "Take traps behind transmission headers by TCP");
+    add_places(*command, "--raw-tcp", options->raw_tcp, "[HOST:]PORT",
+               "Take encoded traps back to back by TCP");
+    command->add_flag("--json", options->json, "Print a JSON object a line");
+    command->add_option("--count", options->count, "End after N traps")
+        ->type_name("N")
+        ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX).description(""));
+    command
+        ->add_option("--idle", options->idle,
+                     "Close a peer that sends nothing for so long in the middle of a trap")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, 1e6).description(""))
+        ->capture_default_str();
+    command->footer(footer_text);
+    command->callback([options] { run_listen(*options); });
+}
+
+}  // namespace wq::command

@@ -1,0 +1,37 @@
+/*
+ * What a listener has counted.
+ */
+#ifndef WQEVENTS_TOOL_TOTALS_H
+#define WQEVENTS_TOOL_TOTALS_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace wq::command {
+
+/* Reasons, all of them constant texts, with how often each came up. */
+using Counters = std::map<std::string_view, std::uint64_t>;
+
+struct Totals {
+    std::uint64_t received = 0;
+    Counters undecodable;       // traps
+    Counters refused;           // peers that lost step
+    Counters unfinished;        // traps that never ended
+    std::uint64_t dropped = 0;  // datagrams, by the system
+};
+
+/*
+ * totals_text: a line for each:
+ *   received 12 traps
+ *   undecodable 3: bindings 2, not a trap 1
+ *   refused 1: message that is not a BER sequence 1
+ *   unfinished 0
+ *   dropped by the kernel 0
+ */
+std::string totals_text(const Totals& totals);
+
+}  // namespace wq::command
+
+#endif

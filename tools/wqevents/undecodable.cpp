@@ -1,0 +1,79 @@
+#include "undecodable.h"
+
+#include <wqevents.h>
+
+#include <array>
+
+namespace wq::command {
+namespace {
+
+/* A place in the message and the bytes left from there. */
+struct Cursor {
+    const unsigned char* at;
+    int left;
+};
+
+using Step = bool (*)(Cursor&);
+
+/* Follows a decoder's result: null is a failure, else the place behind the item. */
+bool advance(Cursor& cursor, const unsigned char* next) {
+    cursor.at = next;
+    return next != nullptr;
+}
+
+bool skip_message_header(Cursor& cursor) {
+    unsigned char community[EMS_COMMUNITY_MAX];
+    int length = EMS_COMMUNITY_MAX - 1;
+    std::int32_t version = 0;
+    return advance(cursor, auth_parse(cursor.at, &cursor.left, community, &length, &version));
+}
+
+bool enter_trap(Cursor& cursor) {
+    unsigned char type = 0;
+    return advance(cursor, asnParseHeader09(cursor.at, &cursor.left, &type)) && type == SNMP_TRAP;
+}
+
+bool skip_enterprise(Cursor& cursor) {
+    std::uint32_t oid[EMS_OID_MAX];
+    int count = EMS_OID_MAX;
+    return advance(cursor, asnParseObjid09(cursor.at, &cursor.left, oid, &count));
+}
+
+bool skip_agent(Cursor& cursor) {
+    std::int32_t agent = 0;
+    return advance(cursor, asnParseIntOrIpaddr09(cursor.at, &cursor.left, &agent, sizeof agent));
+}
+
+bool skip_integer(Cursor& cursor) {
+    std::int32_t value = 0;
+    return advance(cursor, asnParseInt09(cursor.at, &cursor.left, &value, sizeof value));
+}
+
+struct Item {
+    const char* reason;
+    Step step;
+};
+
+constexpr std::array items = {
+    Item{"message header", skip_message_header},
+    Item{"not a trap", enter_trap},
+    Item{"enterprise", skip_enterprise},
+    Item{"agent address", skip_agent},
+    Item{"generic trap", skip_integer},
+    Item{"specific trap", skip_integer},
+    Item{"time stamp", skip_integer},
+};
+
+}  // namespace
+
+const char* undecodable_reason(std::span<const std::uint8_t> message) {
+    Cursor cursor{message.data(), static_cast<int>(message.size())};
+    for (const Item& item : items) {
+        if (!item.step(cursor)) {
+            return item.reason;
+        }
+    }
+    return "bindings";
+}
+
+}  // namespace wq::command

@@ -1,0 +1,20 @@
+/*
+ * Why a trap does not decode.
+ */
+#ifndef WQEVENTS_TOOL_UNDECODABLE_H
+#define WQEVENTS_TOOL_UNDECODABLE_H
+
+#include <cstdint>
+#include <span>
+
+namespace wq::command {
+
+/*
+ * undecodable_reason: the first item of a message that snmp_parse_trap() refused at which the
+ * public decoders fail too: a constant text, good as the name of a counter.
+ */
+const char* undecodable_reason(std::span<const std::uint8_t> message);
+
+}  // namespace wq::command
+
+#endif
