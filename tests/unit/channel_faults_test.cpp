@@ -66,33 +66,33 @@ int fail(int error) {
 
 extern "C" {
 
-ssize_t recv(int sd, void* buffer, size_t size, int flags) {
-    return calls.recv ? calls.recv(sd, buffer, size, flags) : real_recv(sd, buffer, size, flags);
+ssize_t recv(int fd, void* buf, size_t n, int flags) {
+    return calls.recv ? calls.recv(fd, buf, n, flags) : real_recv(fd, buf, n, flags);
 }
-ssize_t recvfrom(int sd, void* buffer, size_t size, int flags, sockaddr* from, socklen_t* length) {
-    return calls.recvfrom ? calls.recvfrom(sd, buffer, size, flags)
-                          : syscall(SYS_recvfrom, sd, buffer, size, flags, from, length);
+ssize_t recvfrom(int fd, void* buf, size_t n, int flags, sockaddr* addr, socklen_t* addr_len) {
+    return calls.recvfrom ? calls.recvfrom(fd, buf, n, flags)
+                          : syscall(SYS_recvfrom, fd, buf, n, flags, addr, addr_len);
 }
-ssize_t sendmsg(int sd, const msghdr* message, int flags) {
-    return calls.sendmsg ? calls.sendmsg(sd, message, flags) : real_sendmsg(sd, message, flags);
+ssize_t sendmsg(int fd, const msghdr* message, int flags) {
+    return calls.sendmsg ? calls.sendmsg(fd, message, flags) : real_sendmsg(fd, message, flags);
 }
-int poll(pollfd* fds, nfds_t count, int timeout) {
-    return calls.poll ? calls.poll(fds) : real_poll(fds, count, timeout);
+int poll(pollfd* fds, nfds_t nfds, int timeout) {
+    return calls.poll ? calls.poll(fds) : real_poll(fds, nfds, timeout);
 }
-int connect(int sd, const sockaddr* address, socklen_t length) {
-    return calls.connect ? calls.connect(sd, address, length) : real_connect(sd, address, length);
+int connect(int fd, const sockaddr* addr, socklen_t len) {
+    return calls.connect ? calls.connect(fd, addr, len) : real_connect(fd, addr, len);
 }
-int socket(int family, int type, int protocol) noexcept {
+int socket(int domain, int type, int protocol) noexcept {
     return calls.socket ? calls.socket()
-                        : static_cast<int>(syscall(SYS_socket, family, type, protocol));
+                        : static_cast<int>(syscall(SYS_socket, domain, type, protocol));
 }
-int bind(int sd, const sockaddr* address, socklen_t length) noexcept {
-    return calls.bind ? calls.bind() : static_cast<int>(syscall(SYS_bind, sd, address, length));
+int bind(int fd, const sockaddr* addr, socklen_t len) noexcept {
+    return calls.bind ? calls.bind() : static_cast<int>(syscall(SYS_bind, fd, addr, len));
 }
-int getsockopt(int sd, int level, int option, void* value, socklen_t* length) noexcept {
+int getsockopt(int fd, int level, int optname, void* optval, socklen_t* optlen) noexcept {
     return calls.getsockopt
-               ? calls.getsockopt(option, value)
-               : static_cast<int>(syscall(SYS_getsockopt, sd, level, option, value, length));
+               ? calls.getsockopt(optname, optval)
+               : static_cast<int>(syscall(SYS_getsockopt, fd, level, optname, optval, optlen));
 }
 }
 
@@ -133,7 +133,7 @@ Bytes framed_trap() {
 }
 
 class FaultTest : public ::testing::Test {
-  protected:
+  public:
     FaultTest() {
         use_mode(2);
         ei.source = 11;
@@ -143,6 +143,7 @@ class FaultTest : public ::testing::Test {
     }
     ~FaultTest() override { calls = {}; }
 
+  protected:
     void use_mode(int mode) {
         ei.sd = pair.ours.get();
         ei.trans = static_cast<uint16_t>(mode);

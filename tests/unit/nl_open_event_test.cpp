@@ -15,6 +15,7 @@
 #include "support/env_value.h"
 #include "support/hex.h"
 #include "support/progress_log.h"
+#include "support/records.h"
 #include "support/sandbox.h"
 #include "support/signal_storm.h"
 #include "support/sockets.h"
@@ -117,19 +118,21 @@ class OpenTest : public ::testing::Test {
 TEST_F(OpenTest, LocalStream) {
     const Fd daemon = local_listener(path);
     event_infoEMS ei = unused_record();
-    ASSERT_EQ(open_channel(ei, 27, path, 2), ei.sd);
+    const int sd = open_channel(ei, 27, path, 2);
+    ASSERT_GE(sd, 0);
+    const std::string values =
+        "Values of vars[0] 27 vars[1] <none> vars[2] dunmark connected to vortd. vars [3]  "
+        "vars[4]  .\n";
     EXPECT_EQ(
         take_progress(),
         (Texts{"Beginning of open_event() call.\n",
                "send the application wakeup event open_event().\n", "Beginning of send_event()\n",
-               "Values of vars[0] 27 vars[1] <none> vars[2] dunmark connected to vortd. vars "
-               "[3]  vars[4]  .\n",
-               "call send_trap from send_event().\n", "Beginning of  send_trap().\n",
+               values, "call send_trap from send_event().\n", "Beginning of  send_trap().\n",
                "calling send() SNMP packet from send_trap().\n", "send_trap() completed.\n",
                "end of open_event().\n"}));
     sockaddr_in own{};
     get_myaddress(&own);
-    EXPECT_GE(ei.sd, 0);
+    EXPECT_EQ(ei.sd, sd);
     EXPECT_EQ(ei.trans, 2);
     EXPECT_EQ(ei.source, 27U);
     EXPECT_EQ(ei.agent, own.sin_addr.s_addr);
@@ -144,7 +147,7 @@ TEST_F(OpenTest, LocalStream) {
 
     const event_infoEMS opened = ei;
     EXPECT_EQ(close_event(&ei), 0);
-    EXPECT_EQ(std::memcmp(&opened, &ei, sizeof ei), 0);
+    EXPECT_EQ(fields(ei), fields(opened));
     const Texts closing = take_progress();
     ASSERT_EQ(closing.size(), 8U);
     EXPECT_EQ(closing.front(), "send application disconnect event from close_event().\n");
@@ -530,8 +533,8 @@ TEST(ApplicationName, OfEveryNumber) {
                                             "dunmark",
                                             other,
                                             other};
-    for (uint16_t number = 0; number < names.size(); ++number) {
-        EXPECT_EQ(getApplName(number), names[number]) << number;
+    for (size_t number = 0; number < names.size(); ++number) {
+        EXPECT_EQ(getApplName(static_cast<uint16_t>(number)), names[number]) << number;
     }
     EXPECT_EQ(getApplName(65535), other);
 }

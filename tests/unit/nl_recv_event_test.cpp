@@ -25,6 +25,7 @@
 #include "support/diagnostics.h"
 #include "support/exact_block.h"
 #include "support/hex.h"
+#include "support/records.h"
 #include "support/signal_storm.h"
 #include "support/sockets.h"
 #include "support/temp_dir.h"
@@ -63,7 +64,7 @@ class RecvTest : public ::testing::Test {
   protected:
     int receive(int trans) { return recv_trap(*state, sd, &packet, trans, nullptr, nullptr, &th); }
     Bytes received(int length) const { return {packet, packet + length}; }
-    void arrive(const Bytes& bytes) { write_all(pair.peer, bytes); }
+    void arrive(const Bytes& bytes) const { write_all(pair.peer, bytes); }
     /* The peer's stream holds these bytes and ends. */
     void renew(const Bytes& bytes) {
         pair = local_pair();
@@ -519,7 +520,7 @@ int call_hook(int sd, sockaddr_in* from, unsigned char* buf, int* len) {
 }
 
 class HookTest : public RecvTest {
-  protected:
+  public:
     HookTest() {
         hook = {};
         wqc_recv_event = call_hook;
@@ -690,7 +691,7 @@ TEST_F(EventTest, TrapIsDecoded) {
     expected.sd = sd;
     expected.trans = 2;
     expected.time = 0x01020304;
-    EXPECT_EQ(std::memcmp(&ei, &expected, sizeof ei), 0);
+    EXPECT_EQ(fields(ei), fields(expected));
 
     arrive(framed(large_trap));
     ASSERT_EQ(::recv_event(&ei, &event.trap, event.vars.data()),
