@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "support/subprocess.h"
@@ -16,9 +16,14 @@
 
 namespace wq::test {
 
-/* Whether a program can be run: in PATH, or where daemons are. */
+/* Where programs are looked for: PATH, and where daemons are. */
+inline std::string program_folders() {
+    const char* path = std::getenv("PATH");
+    return std::string(path == nullptr ? "/usr/bin:/bin" : path) + ":/usr/sbin:/sbin";
+}
+
 inline bool is_installed(const std::string& program) {
-    std::istringstream folders(std::string(std::getenv("PATH")) + ":/usr/sbin:/sbin");
+    std::istringstream folders(program_folders());
     for (std::string folder; std::getline(folders, folder, ':');) {
         if (access((folder + "/" + program).c_str(), X_OK) == 0) {
             return true;
@@ -36,13 +41,13 @@ inline SubprocessOptions tool_environment(const TempDir& folder) {
                            {"MIBS", ""},
                            {"XDG_CONFIG_HOME", folder.path()},
                            {"LC_ALL", "C"},
-                           {"PATH", std::string(std::getenv("PATH")) + ":/usr/sbin:/sbin"}};
+                           {"PATH", program_folders()}};
     return options;
 }
 
 }  // namespace wq::test
 
-/* Skips the test where the program is missing, unless it must not be. */
+/* Skips the test where the program is missing. */
 #define REQUIRE_PROGRAM(program)                          \
     if (!::wq::test::is_installed(program)) {             \
         GTEST_SKIP() << (program) << " is not installed"; \

@@ -40,7 +40,7 @@ bool is_tcp_port(const std::string& port) {
 /* "HOST:PORT" as the channel spells it, "HOST+/PORT". */
 std::string raw_name(std::string_view place) {
     const std::size_t colon = place.find(':');
-    const std::string host(place.substr(0, colon));
+    std::string host(place.substr(0, colon));
     if (colon == std::string_view::npos) {
         return host;
     }

@@ -85,6 +85,12 @@ std::uint32_t drops_now(int fd, std::uint32_t otherwise) {
     return told ? info[SK_MEMINFO_DROPS] : otherwise;
 }
 
+void require(bool succeeded, const char* what) {
+    if (!succeeded) {
+        throw system_failure(what, errno);
+    }
+}
+
 bool out_of_room(int error) {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
@@ -126,9 +132,7 @@ Listener::Listener(const ListenOptions& options)
       bindings_(std::make_unique_for_overwrite<SnmpVarBindEMS[]>(bindings_max)) {
     raise_descriptor_limit();
     epoll_ = FileDescriptor(epoll_create1(EPOLL_CLOEXEC));
-    if (epoll_.get() < 0) {
-        throw system_failure("cannot wait for peers", errno);
-    }
+    require(epoll_.get() >= 0, "cannot wait for peers");
     add_signals();
     add_endpoints(options);
 }
@@ -168,11 +172,12 @@ void Listener::add_endpoints(const ListenOptions& options) {
 void Listener::add_endpoint(Source::Kind kind, const char* transport, Framing framing,
                             Endpoint endpoint) {
     ready_ += std::string("listening on ") + transport + " " + endpoint.address + "\n";
-    add_source(std::make_unique<Source>(Source{.kind = kind,
-                                               .fd = std::move(endpoint.fd),
-                                               .transport = transport,
-                                               .framing = framing,
-                                               .name = std::move(endpoint.address)}));
+    require(add_source({.kind = kind,
+                        .fd = std::move(endpoint.fd),
+                        .transport = transport,
+                        .framing = framing,
+                        .name = std::move(endpoint.address)}),
+            "cannot wait for peers");
 }
 
 /* Signals are read like peers, so nothing happens between two instructions. */
@@ -184,25 +189,26 @@ void Listener::add_signals() {
     sigaddset(&set, SIGUSR1);
     sigprocmask(SIG_BLOCK, &set, nullptr);
     FileDescriptor fd(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
-    if (fd.get() < 0) {
-        throw system_failure("cannot wait for signals", errno);
-    }
-    add_source(std::make_unique<Source>(Source{.kind = Source::Kind::signals,
-                                               .fd = std::move(fd),
-                                               .transport = "",
-                                               .framing = Framing::raw,
-                                               .name = ""}));
+    require(fd.get() >= 0 && add_source({.kind = Source::Kind::signals,
+                                         .fd = std::move(fd),
+                                         .transport = "",
+                                         .framing = Framing::raw,
+                                         .name = ""}),
+            "cannot wait for signals");
 }
 
-Listener::Source& Listener::add_source(std::unique_ptr<Source> source) {
-    const int fd = source->fd.get();
+/* False where the system does not watch one more. */
+bool Listener::add_source(Source source) {
+    const int fd = source.fd.get();
+    auto kept = std::make_unique<Source>(std::move(source));
     epoll_event event{};
     event.events = EPOLLIN;
-    event.data.ptr = source.get();
+    event.data.ptr = kept.get();
     if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
-        throw system_failure("cannot wait for peers", errno);
+        return false;
     }
-    return *(sources_[fd] = std::move(source));
+    sources_[fd] = std::move(kept);
+    return true;
 }
 
 void Listener::remove_peer(Source& peer) {
@@ -327,11 +333,14 @@ void Listener::on_acceptor(Source& source) {
 
 void Listener::accept_peer(const Source& acceptor, int fd) {
     probe_idle_peer(fd);
-    add_source(std::make_unique<Source>(Source{.kind = Source::Kind::peer,
-                                               .fd = FileDescriptor(fd),
-                                               .transport = acceptor.transport,
-                                               .framing = acceptor.framing,
-                                               .name = peer_name(fd)}));
+    const bool added = add_source({.kind = Source::Kind::peer,
+                                   .fd = FileDescriptor(fd),
+                                   .transport = acceptor.transport,
+                                   .framing = acceptor.framing,
+                                   .name = peer_name(fd)});
+    if (!added) {
+        ++totals_.refused["no room for another peer"];
+    }
 }
 
 /* Peers that cannot be taken in would wake the loop for ever. */
@@ -389,7 +398,8 @@ void Listener::consume(Source& peer, Bytes bytes) {
         deliver(peer.transport, peer.name, frame.header, frame.trap);
         bytes = bytes.subspan(frame.length);
     }
-    keep_pending(peer, bytes);
+    // Behind the count, nobody asks for the rest.
+    keep_pending(peer, done_ ? Bytes() : bytes);
 }
 
 void Listener::keep_pending(Source& peer, Bytes bytes) {

@@ -68,7 +68,7 @@ class Listener {
     void add_endpoints(const ListenOptions& options);
     void add_endpoint(Source::Kind kind, const char* transport, Framing framing, Endpoint endpoint);
     void add_signals();
-    Source& add_source(std::unique_ptr<Source> source);
+    bool add_source(Source source);
     void remove_peer(Source& peer);
 
     int serve(int timeout);
