@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <random>
-#include <vector>
 
 namespace {
 
@@ -69,35 +68,6 @@ TEST(OctetBlock, PortableAndFastWaysAgree) {
         ASSERT_EQ(wq::widen_block(wide.data(), fast.data()),
                   wq::widen_block_portable(wide_portable.data(), fast.data()));
         ASSERT_EQ(wide, wide_portable);
-    }
-}
-
-// Heap blocks of exactly the size, so that a sanitizer sees a step beyond either end.
-TEST(OctetBlock, WholeRunsOfEveryLength) {
-    for (std::size_t length = 0; length < 40; ++length) {
-        std::vector<uint32_t> words(length);
-        for (std::size_t i = 0; i < length; ++i) {
-            words[i] = static_cast<uint32_t>((i * 37) % 128);
-        }
-        std::vector<uint8_t> octets(length);
-        const bool in_blocks = length == 0 || length >= wq::octet_block;
-        EXPECT_EQ(wq::narrow_all(octets.data(), words.data(), length), in_blocks) << length;
-        if (!in_blocks) {
-            continue;
-        }
-        EXPECT_TRUE(std::equal(words.begin(), words.end(), octets.begin(), octets.end()));
-        std::vector<uint32_t> back(length);
-        EXPECT_TRUE(wq::widen_all(back.data(), octets.data(), length));
-        EXPECT_EQ(back, words);
-        for (std::size_t i = 0; i < length; ++i) {
-            std::vector<uint32_t> spoilt = words;
-            spoilt[i] += 128;
-            std::vector<uint8_t> narrow(length);
-            EXPECT_FALSE(wq::narrow_all(narrow.data(), spoilt.data(), length)) << i;
-            std::vector<uint8_t> continued = octets;
-            continued[i] |= 0x80;
-            EXPECT_FALSE(wq::widen_all(back.data(), continued.data(), length)) << i;
-        }
     }
 }
 

@@ -200,8 +200,13 @@ inline void copy_octets(uint8_t* to, const uint8_t* from, std::size_t length) {
     }
 }
 
-// Reads one sub-identifier, base 128, and moves `position` behind it (X.690 8.19.2).
+// Reads the sub-identifier, base 128, of which at least one octet is there, and moves `position`
+// behind it (X.690 8.19.2).
 inline Error read_sub_identifier(const uint8_t*& position, const uint8_t* end, uint32_t& value) {
+    if (*position < more_octets) {
+        value = *position++;
+        return Error::none;
+    }
     uint64_t sum = 0;
     while (position != end) {
         const uint8_t octet = *position++;
@@ -217,19 +222,33 @@ inline Error read_sub_identifier(const uint8_t*& position, const uint8_t* end, u
     return Error::short_item;
 }
 
-// Reads sub-identifiers of any size; `next` has room for one an octet and moves behind the last.
+// Reads the sub-identifiers of `item`; `next` has room for one an octet and moves behind the last.
+// Nearly all take one octet, so they go in blocks, of which the last may overlap the one before.
 inline Error read_sub_identifiers(const Item& item, uint32_t*& next) {
     const uint8_t* position = item.contents;
     const uint8_t* end = position + item.length;
-    while (position != end) {
-        if (static_cast<std::size_t>(end - position) >= octet_block) {
-            const std::size_t clean = widen_block(next, position);
-            position += clean;
-            next += clean;
-            if (clean == octet_block) {
-                continue;
-            }
+    bool one_octet_each = item.length >= octet_block;
+    while (static_cast<std::size_t>(end - position) >= octet_block) {
+        const std::size_t clean = widen_block(next, position);
+        position += clean;
+        next += clean;
+        if (clean == octet_block) {
+            continue;
         }
+        one_octet_each = false;
+        if (const Error error = read_sub_identifier(position, end, *next); error != Error::none) {
+            return error;
+        }
+        ++next;
+    }
+    if (one_octet_each) {
+        uint32_t* last = next + (end - position);
+        if (widen_block(last - octet_block, end - octet_block) == octet_block) {
+            next = last;
+            return Error::none;
+        }
+    }
+    while (position != end) {
         if (const Error error = read_sub_identifier(position, end, *next); error != Error::none) {
             return error;
         }
@@ -247,8 +266,6 @@ inline Error objid_value(const Item& item, uint32_t* objid, uint32_t& count) {
     uint32_t* next = objid + 1;
     if (item.length == 0) {
         *next++ = 0;  // empty contents read as 0.0
-    } else if (widen_all(next, item.contents, item.length)) {
-        next += item.length;
     } else if (const Error error = read_sub_identifiers(item, next); error != Error::none) {
         return error;
     }
@@ -353,36 +370,34 @@ constexpr bool first_arcs_fit(uint32_t first, uint32_t second) {
     return uint64_t{first} * 40 + second < 0x80;
 }
 
-// Writes sub-identifiers of any size; null when they pass `limit`.
-inline uint8_t* put_sub_identifiers(uint8_t* to, const uint8_t* limit, const uint32_t* next,
-                                    const uint32_t* end) {
-    while (next != end) {
-        if (to > limit) {
-            return nullptr;
+// Writes an identifier's contents: `count` (at least 2) sub-identifiers whose first two fit.
+// Returns null when there are more than `max_objid_octets`; `to` has room for `objid_room`.
+// Nearly all take one octet, so they go in blocks, of which the last may overlap the one before.
+inline uint8_t* put_objid_contents(uint8_t* to, const uint32_t* objid, uint32_t count) {
+    const uint8_t* limit = to + max_objid_octets;
+    const uint32_t* next = objid + 2;
+    const uint32_t* end = objid + count;
+    *to++ = static_cast<uint8_t>(objid[0] * 40 + objid[1]);
+    bool one_octet_each = static_cast<std::size_t>(end - next) >= octet_block;
+    while (static_cast<std::size_t>(end - next) >= octet_block && to <= limit) {
+        const std::size_t clean = narrow_block(to, next);
+        to += clean;
+        next += clean;
+        if (clean != octet_block) {
+            one_octet_each = false;
+            to = put_sub_identifier(to, *next++);
         }
-        if (static_cast<std::size_t>(end - next) >= octet_block) {
-            const std::size_t clean = narrow_block(to, next);
-            to += clean;
-            next += clean;
-            if (clean == octet_block) {
-                continue;
-            }
+    }
+    if (one_octet_each && to <= limit) {
+        uint8_t* last = to + (end - next);
+        if (narrow_block(last - octet_block, end - octet_block) == octet_block) {
+            return last > limit ? nullptr : last;
         }
+    }
+    while (next != end && to <= limit) {
         to = put_sub_identifier(to, *next++);
     }
     return to > limit ? nullptr : to;
-}
-
-// Writes an identifier's contents: `count` (at least 2) sub-identifiers whose first two fit.
-// Returns null when there are more than `max_objid_octets`; `to` has room for `objid_room`.
-inline uint8_t* put_objid_contents(uint8_t* to, const uint32_t* objid, uint32_t count) {
-    const uint8_t* limit = to + max_objid_octets;
-    const uint32_t rest = count - 2;
-    *to++ = static_cast<uint8_t>(objid[0] * 40 + objid[1]);
-    if (rest < max_objid_octets && narrow_all(to, objid + 2, rest)) {
-        return to + rest;
-    }
-    return put_sub_identifiers(to, limit, objid + 2, objid + count);
 }
 
 }  // namespace wq::ber

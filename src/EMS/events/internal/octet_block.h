@@ -74,29 +74,4 @@ inline std::size_t widen_block(uint32_t* to, const uint8_t* from) {
 
 #endif
 
-// Writes `length` words as octets if each is below 128; the last block may overlap the one before.
-// False leaves `to` in no particular state.
-inline bool narrow_all(uint8_t* to, const uint32_t* from, std::size_t length) {
-    std::size_t done = 0;
-    for (; length - done >= octet_block; done += octet_block) {
-        if (narrow_block(to + done, from + done) != octet_block) {
-            return false;
-        }
-    }
-    const std::size_t last = length - octet_block;
-    return done == length || (done != 0 && narrow_block(to + last, from + last) == octet_block);
-}
-
-// Writes `length` octets as words if each is below 128, likewise.
-inline bool widen_all(uint32_t* to, const uint8_t* from, std::size_t length) {
-    std::size_t done = 0;
-    for (; length - done >= octet_block; done += octet_block) {
-        if (widen_block(to + done, from + done) != octet_block) {
-            return false;
-        }
-    }
-    const std::size_t last = length - octet_block;
-    return done == length || (done != 0 && widen_block(to + last, from + last) == octet_block);
-}
-
 }  // namespace wq
