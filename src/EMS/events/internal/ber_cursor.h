@@ -174,25 +174,26 @@ inline Error integer_value(const Item& item, const uint8_t* end, int32_t& value)
     return Error::none;
 }
 
+// Copies a run of one to two words as its first and its last word.
+template <typename Word>
+inline void copy_ends(uint8_t* to, const uint8_t* from, std::size_t length) {
+    Word head = 0;
+    Word tail = 0;
+    std::memcpy(&head, from, sizeof head);
+    std::memcpy(&tail, from + length - sizeof tail, sizeof tail);
+    std::memcpy(to, &head, sizeof head);
+    std::memcpy(to + length - sizeof tail, &tail, sizeof tail);
+}
+
 // Copies short runs without a call. The call is to memmove(): where the compiler sees a bound of
 // the length it turns memcpy() into a string instruction that costs several times as much.
 inline void copy_octets(uint8_t* to, const uint8_t* from, std::size_t length) {
     if (length > 16) {
         std::memmove(to, from, length);
     } else if (length >= 8) {
-        uint64_t head = 0;
-        uint64_t tail = 0;
-        std::memcpy(&head, from, 8);
-        std::memcpy(&tail, from + length - 8, 8);
-        std::memcpy(to, &head, 8);
-        std::memcpy(to + length - 8, &tail, 8);
+        copy_ends<uint64_t>(to, from, length);
     } else if (length >= 4) {
-        uint32_t head = 0;
-        uint32_t tail = 0;
-        std::memcpy(&head, from, 4);
-        std::memcpy(&tail, from + length - 4, 4);
-        std::memcpy(to, &head, 4);
-        std::memcpy(to + length - 4, &tail, 4);
+        copy_ends<uint32_t>(to, from, length);
     } else {
         for (std::size_t i = 0; i < length; ++i) {
             to[i] = from[i];
