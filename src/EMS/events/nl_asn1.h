@@ -13,6 +13,8 @@ namespace wq {
 inline constexpr int trace_asn1 = 1;
 inline constexpr int trace_auth = 2;
 inline constexpr int trace_snmp = 4;
+inline constexpr int trace_request = 32;
+inline constexpr int trace_call = 64;
 
 // Writes "module: text" to the standard error stream if `bit` of snmptracemaskEMS is set.
 [[gnu::cold]] void report(int bit, const char* module, const char* text);

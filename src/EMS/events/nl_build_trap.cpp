@@ -7,25 +7,13 @@
 #include <wqevents/codec.h>
 
 #include "EMS/events/internal/ber_cursor.h"
+#include "EMS/events/internal/build_area.h"
 #include "EMS/events/internal/layout.h"
 
 namespace wq {
 namespace {
 
 constexpr int32_t snmp_version_1 = 0;
-
-// Records come from callers: lengths beyond the arrays count as the arrays' size.
-int checked_length(int32_t given, int32_t most) {
-    return std::clamp(given, 0, most);
-}
-int checked_length(uint32_t given, uint32_t most) {
-    return static_cast<int>(std::min(given, most));
-}
-
-int value_length(const SnmpVarBindEMS& binding) {
-    const uint32_t most = binding.type == ASN_OBJID09 ? EMS_OID_MAX : EMS_STRING_MAX;
-    return checked_length(binding.val_len, most);
-}
 
 std::span<const SnmpVarBindEMS> bindings_of(const snmp_trap_infoEMS& trap,
                                             const SnmpVarBindEMS* vars) {
@@ -34,53 +22,9 @@ std::span<const SnmpVarBindEMS> bindings_of(const snmp_trap_infoEMS& trap,
 
 // ---- stepwise
 
-// Octets written so far at `start`, and the room behind them, in the exported encoders' terms.
-struct Area {
-    unsigned char* start;
-    unsigned char* position;
-    int room;
-
-    explicit Area(std::span<uint8_t> octets)
-        : start(octets.data()),
-          position(start),
-          room(static_cast<int>(std::min<std::size_t>(octets.size(), INT32_MAX))) {}
-
-    [[nodiscard]] int length() const { return static_cast<int>(position - start); }
-
-    // Takes what an encoder returned; false if it failed.
-    bool put(unsigned char* end) {
-        if (end != nullptr) {
-            position = end;
-        }
-        return end != nullptr;
-    }
-
-    bool append(const Area& other) {
-        const int length = other.length();
-        if (room < length) {
-            return false;
-        }
-        std::memcpy(position, other.start, static_cast<std::size_t>(length));
-        position += length;
-        room -= length;
-        return true;
-    }
-};
-
 int fail(const char* text) {
     logger(1, "snmpBuildTrapEMS", "%s", text);
     return -1;
-}
-
-bool build_binding(Area& area, const SnmpVarBindEMS& binding) {
-    const int name_length = checked_length(binding.oid_length, uint32_t{EMS_OID_MAX});
-    return area.put(build_var_op(area.position, binding.oid, &name_length, binding.type,
-                                 value_length(binding), &binding.val, &area.room));
-}
-
-// Wraps the contents of `from` into a constructed item in `to`.
-bool build_item_around(Area& to, unsigned char tag, const Area& from) {
-    return to.put(asnBuildHeader09(to.position, &to.room, tag, from.length())) && to.append(from);
 }
 
 // The text of the first field that cannot be written, or null.

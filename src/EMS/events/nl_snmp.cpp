@@ -37,12 +37,6 @@ unsigned char* build_value(unsigned char* data, int* room, unsigned char type, i
     }
 }
 
-// Opaque can be received, but nobody on the platform sends it.
-bool is_buildable(unsigned char type) {
-    return type == ASN_UINT09 || type == ASN_OCTETSTR09 || type == ASN_NULL09 ||
-           type == ASN_OBJID09 || ber::is_integer_type(type);
-}
-
 // Puts the header in front of the contents that stand behind the `short_header` octets at `data`,
 // moving them where the header is longer.
 unsigned char* build_binding_header(unsigned char* data, int* room, int contents_length) {

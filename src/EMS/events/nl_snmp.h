@@ -7,6 +7,12 @@
 
 namespace wq {
 
+// Opaque can be received, but nobody on the platform sends it.
+inline bool is_buildable(unsigned char type) {
+    return type == ASN_UINT09 || type == ASN_OCTETSTR09 || type == ASN_NULL09 ||
+           type == ASN_OBJID09 || ber::is_integer_type(type);
+}
+
 [[gnu::cold]] void report_snmp(const char* text);
 
 // Reads one binding off `list`: its name into `name` (room for EMS_OID_MAX) and `name_length`, and
