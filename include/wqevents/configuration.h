@@ -82,10 +82,30 @@ typedef struct prxSlotMapping {
 
 struct alert_record; /* see alerts.h */
 
-/* One configured trap format. */
+/*
+ * One configured trap format.
+ *
+ * Editing by hand. The lists of enterprises and of trap records are the model, and look-ups answer
+ * from them; what the library keeps beside them only makes it quick. A program may at any time and
+ * without telling
+ *   - change every field that no look-up searches by: nodes, texts, elements, category, severity
+ *     and so on;
+ *   - link items into the lists, unlink and move them, and change the numbers of a record or the
+ *     object identifier of an enterprise, as long as the lists stay in their order;
+ *   - write a name, as long as names of traps stay unique.
+ * Three things are asked of it in return:
+ *   - A record or an enterprise that the library made is freed by free_trap_record() or
+ *     free_enterprise() or by the functions that delete it, not by doFree() or free() alone.
+ *   - Where more than 3 neighbours are taken out of a list of more than 16 items and kept, the
+ *     `next` of each is cleared or leads elsewhere, unless all from the first one on are out.
+ *   - insertMallocTrapRecord() makes sure of a name that was written by hand, where more than 128
+ *     traps are configured, only once a look-up has found the name.
+ * A look-up of a name that no trap or enterprise has goes through the lists to their end, as one
+ * may have been written; all others cost the same however much is configured.
+ */
 typedef struct trap_record {
     struct trap_record* next; /* next record of the same enterprise */
-    char name[EMS_NAME_MAX];  /* always terminated */
+    char name[EMS_NAME_MAX];  /* terminated; of one trap alone */
     int32_t nodeCnt;          /* entries of `nodeList`; 0: the record holds for every node */
     char** nodeList;          /* names of nodes; one that begins with '/' names a list file */
     char* trapDescription;    /* the description block, or null */
@@ -114,7 +134,10 @@ typedef struct enterprise_info {
     char* enterprise_name;
     uint32_t oid_len; /* sub-identifiers of `enterprise_oid` */
     uint32_t* enterprise_oid;
-    /* its `next` is the first record; ordered by generic, then specific number, ascending */
+    /*
+     * Its `next` is the first record. They are ordered by generic, then specific number, ascending;
+     * of equal ones those with nodes come first.
+     */
     trap_record trap_rec_list_head;
 } enterprise_info;
 
@@ -182,7 +205,9 @@ WQEVENTS_API extern int trace_vortdconf;
  * and the alert configuration after it (read_ferlospec_file()). `*errmsg` is pointed at a text of
  * the library's, empty on success, that the next read overwrites. Returns 0, or -1: the file cannot
  * be opened (the model stays) or holds an error (what was read before it stays in memory). An error
- * in the alert configuration leaves its text in `*errmsg` and does not change the result.
+ * in the alert configuration leaves its text in `*errmsg` and does not change the result. A line of
+ * more than 51197 characters between two blocks ends the file there, with result 0 and "Line too
+ * long" in `*errmsg`.
  */
 WQEVENTS_API int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT;
 
@@ -243,6 +268,7 @@ WQEVENTS_API void doFree(void* p) WQEVENTS_NOEXCEPT;
  *   - a token whose number is missing or begins with 0 stays in the text as it is;
  *   - a number above EMS_ARGS_MAX leaves "$" and its last digit in the text;
  *   - "$$" becomes one "$"; the tokens after the 79th stay in the text.
+ * Where either pointer is null, nothing is done and `raw` stays the caller's.
  */
 WQEVENTS_API void makeFormatString(char* raw, trap_element* element) WQEVENTS_NOEXCEPT;
 
@@ -327,7 +353,8 @@ WQEVENTS_API int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer,
 /*
  * cname_to_oid: reads decimal numbers, separated by any run of blanks, tabs, commas and dots, into
  * `oid` and their number into `*count`. No bound is applied: `oid` has room for every number in
- * `text`. Returns 0 when the text ends, 1 at any other character, -1 for a null pointer.
+ * `text`; of a number beyond 32 bits the lower 32 count. Returns 0 when the text ends, 1 at any
+ * other character, -1 for a null pointer.
  */
 WQEVENTS_API int cname_to_oid(const char* text, uint32_t* oid, int* count) WQEVENTS_NOEXCEPT;
 
@@ -414,8 +441,9 @@ WQEVENTS_API void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT;
 WQEVENTS_API char* getVortdConfFile(void) WQEVENTS_NOEXCEPT;
 
 /*
- * fopenConfFile: opens the configuration file as fopen() with `mode` does. `*name` is pointed at
- * its name, which stays the library's. Returns the stream, the caller's to close, or null.
+ * fopenConfFile: opens the configuration file as fopen() with `mode` does; for reading only, a FIFO
+ * does not wait for its writer and a directory is refused. `*name` is pointed at the file's name,
+ * which stays the library's. Returns the stream, the caller's to close, or null.
  */
 WQEVENTS_API FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEPT;
 

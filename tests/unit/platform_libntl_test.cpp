@@ -9,33 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "support/env_value.h"
-#include "support/temp_dir.h"
+#include "support/locales.h"
 
 namespace {
 
-using wq::test::EnvValue;
-using wq::test::TempDir;
+using wq::test::CtypeLocale;
+using wq::test::two_byte_encodings;
+using wq::test::TwoByteEncoding;
+using wq::test::TwoByteLocale;
+using wq::test::utf8_locale;
 using Tokens = std::vector<std::string>;
 using Tokenizer = char* (*)(char*, const char*);
 using Finder = char* (*)(const char*, int);
-
-/* The locale of the character classes for as long as the object lives. */
-class CtypeLocale {
-  public:
-    explicit CtypeLocale(const char* name)
-        : before_(std::setlocale(LC_CTYPE, nullptr)),
-          is_set_(std::setlocale(LC_CTYPE, name) != nullptr) {}
-    ~CtypeLocale() { std::setlocale(LC_CTYPE, before_.c_str()); }
-    CtypeLocale(const CtypeLocale&) = delete;
-    CtypeLocale& operator=(const CtypeLocale&) = delete;
-
-    bool is_set() const { return is_set_; }
-
-  private:
-    std::string before_;
-    bool is_set_;
-};
 
 Tokens tokens(Tokenizer next, std::string text, const char* delimiters) {
     Tokens found;
@@ -88,7 +73,7 @@ TEST(Multibyte, PlainTextInTheCLocale) {
 }
 
 TEST(Multibyte, TextInUtf8) {
-    const CtypeLocale locale("C.UTF-8");
+    const CtypeLocale locale(utf8_locale);
     ASSERT_TRUE(locale.is_set());
     expect_plain_text_to_work();
     for (const Finder find : finders) {
@@ -128,60 +113,36 @@ TEST(Multibyte, TokenizersSurviveNulls) {
     }
 }
 
-/* Two-byte encodings, each with characters whose second byte is a delimiter in ASCII. */
-struct Encoding {
-    const char* name;
-    const char* input;
-    const char* charmap;
-    std::string backslash; /* a character that ends in 5C */
-    std::string bar;       /* a character that ends in 7C */
-};
-
-const Encoding encodings[] = {
-    {"zh_TW.BIG5", "zh_TW", "BIG5", "\xB3\x5C", "\xA8\x7C"},
-    {"ja_JP.SJIS", "ja_JP", "SHIFT_JIS", "\x83\x5C", "\x83\x7C"},
-    {"zh_CN.GBK", "zh_CN", "GBK", "\x81\x5C", "\x81\x7C"},
-};
-
-void expect_two_byte_text_to_work(const Encoding& encoding) {
-    const std::string text = encoding.bar + "|" + encoding.backslash + "," + encoding.bar;
+void expect_two_byte_text_to_work(const TwoByteEncoding& encoding) {
+    const std::string bar = encoding.bar;
+    const std::string backslash = encoding.backslash;
+    const std::string text = bar + "|" + backslash + "," + bar;
     for (const Finder find : finders) {
         EXPECT_EQ(2, found_at(find, text, '|'));
         EXPECT_EQ(-1, found_at(find, text, '\\'));
-        EXPECT_EQ(-1, found_at(find, text, encoding.bar[0]));
+        EXPECT_EQ(-1, found_at(find, text, bar[0]));
         EXPECT_EQ(8, found_at(find, text, '\0'));
         EXPECT_EQ(0, found_at(find, "|" + text, '|'));
     }
     for (const Tokenizer next : tokenizers) {
-        EXPECT_EQ((Tokens{encoding.bar, encoding.backslash + "," + encoding.bar}),
-                  tokens(next, text, "|"));
-        EXPECT_EQ((Tokens{encoding.bar, encoding.backslash, encoding.bar}),
-                  tokens(next, text, "\\|,"));
+        EXPECT_EQ((Tokens{bar, backslash + "," + bar}), tokens(next, text, "|"));
+        EXPECT_EQ((Tokens{bar, backslash, bar}), tokens(next, text, "\\|,"));
         EXPECT_EQ((Tokens{"a", "b", "|"}),
-                  tokens(next, "a" + encoding.bar + "b" + encoding.bar + encoding.bar + "|",
-                         encoding.bar.c_str()))
+                  tokens(next, "a" + bar + "b" + bar + bar + "|", bar.c_str()))
             << "a delimiter of two bytes";
-        EXPECT_EQ(Tokens{"a" + encoding.bar.substr(0, 1)},
-                  tokens(next, "a" + encoding.bar.substr(0, 1), "|"))
+        EXPECT_EQ(Tokens{"a" + bar.substr(0, 1)}, tokens(next, "a" + bar.substr(0, 1), "|"))
             << "half a character at the end";
     }
 }
 
 TEST(Multibyte, TextOfTwoByteEncodings) {
-    const TempDir folder;
-    const EnvValue search("LOCPATH", folder.path());
     int tested = 0;
-    for (const Encoding& encoding : encodings) {
+    for (const TwoByteEncoding& encoding : two_byte_encodings) {
         SCOPED_TRACE(encoding.name);
-        const std::string command = std::string("localedef --no-archive --no-warnings=ascii -i ") +
-                                    encoding.input + " -f " + encoding.charmap + " '" +
-                                    folder.path(encoding.name) + "' >/dev/null 2>&1";
-        if (std::system(command.c_str()) != 0) {
+        const TwoByteLocale locale(encoding);
+        if (!locale.is_set()) {
             continue;
         }
-        const CtypeLocale locale(encoding.name);
-        ASSERT_TRUE(locale.is_set());
-        ASSERT_EQ(2U, MB_CUR_MAX);
         expect_plain_text_to_work();
         expect_two_byte_text_to_work(encoding);
         ++tested;
