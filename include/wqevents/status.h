@@ -35,8 +35,10 @@ WQEVENTS_API int isSnmpGleanEnabled(void) WQEVENTS_NOEXCEPT;
 WQEVENTS_API int isDaemonHappy_(const char* daemon, const char* pidfile) WQEVENTS_NOEXCEPT;
 
 /*
- * isDaemonEnabled_: 1 if a line of the registration file has the number 0 in its first field and
- * exactly the daemon's name, leading blanks aside, in the second; fields end at ':'.
+ * isDaemonEnabled_: 1 if a line of the registration file, "0:NAME:...", enables the daemon: its
+ * first field reads as the number 0, as any text does that does not begin with a number, and its
+ * second is exactly the daemon's name, leading blanks aside. Fields are parted by ':'; a line that
+ * ends behind the name does not count, since its newline belongs to the field.
  */
 WQEVENTS_API int isDaemonEnabled_(const char* daemon) WQEVENTS_NOEXCEPT;
 

@@ -1,0 +1,169 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <wqevents/status.h>
+#include <wqplatform.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "EMS/events/internal/fd.h"
+
+namespace wq {
+namespace {
+
+constexpr const char* registration_file = "/usr/WQ/conf/wqsuf";
+constexpr const char* collector_name = "kmcollectord";
+constexpr const char* collector_pid_file = "/usr/WQ/pids/kmcollectord.pid";
+constexpr const char* poller_name = "kmpollerd";
+constexpr const char* poller_pid_file = "/usr/WQ/pids/kmpollerd.pid";
+constexpr const char* gleaner_name = "snmpGlean";
+constexpr const char* gleaner_program = "/usr/WQ/bin/snmpGlean";
+constexpr const char* gleaner_pid_file = "/usr/WQ/pids/snmpGleanPid";
+constexpr const char* configurator_program = "/usr/WQ/bin/zeltrap";
+
+constexpr int open_tries = 5;
+
+/* What has been asked once. */
+struct Answers {
+    const char* gleaner_pid_file = nullptr;
+    enum { unknown, absent, installed } configurator = unknown;
+};
+
+Answers answers;
+
+/* Without waiting for a writer, should the path be a pipe's. */
+Fd open_to_read(const char* path) {
+    return Fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+}
+
+bool exists(const char* path) {
+    struct stat status {};
+    return stat(path, &status) == 0;
+}
+
+/* "0:NAME:" enables a daemon; so does a first field that is no number. */
+bool line_enables(char* line, const char* daemon) {
+    const char* disabled = nl_strtok_mod(line, ":");
+    const char* name = nl_strtok_mod(nullptr, ":");
+    if (disabled == nullptr || name == nullptr || *disabled == '\0') {
+        return false;
+    }
+    return std::strtol(disabled, nullptr, 10) == 0 &&
+           strcmp_new(name + std::strspn(name, " "), daemon) == 0;
+}
+
+/* What is longer than the buffer counts as a line of its own. */
+bool file_enables(std::FILE* file, const char* daemon) {
+    std::array<char, 1024> line;
+    while (std::fgets(line.data(), static_cast<int>(line.size()), file) != nullptr) {
+        if (line_enables(line.data(), daemon)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/*
+ * The pid file as the last of the tries finds it: a daemon that is just starting may replace it.
+ * None of them is worth more where there is no file.
+ */
+Fd open_pid_file(const char* path) {
+    Fd file;
+    for (int i = 0; i < open_tries; ++i) {
+        file = open_to_read(path);
+        if (!file && errno == ENOENT) {
+            break;
+        }
+    }
+    return file;
+}
+
+/* Whether another process holds a lock on the file that keeps this one from taking `kind`. */
+bool is_locked_against(short kind, const Fd& file) {
+    struct flock lock {};
+    lock.l_type = kind;
+    lock.l_whence = SEEK_SET;
+    return fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+}  // namespace
+}  // namespace wq
+
+int isKmCollectordHappy(void) noexcept {
+    return isDaemonHappy_(wq::collector_name, wq::collector_pid_file);
+}
+
+int isKmPollerdHappy(void) noexcept {
+    return isDaemonHappy_(wq::poller_name, wq::poller_pid_file);
+}
+
+int isSnmpGleanHappy(void) noexcept {
+    const bool is_wanted =
+        isSnmpGleanEnabled() != 0 && wq::exists(wq::gleaner_program) && isCnode() == 0;
+    return is_wanted ? isSnmpGleanRunning() : 1;
+}
+
+int isKmCollectordEnabled(void) noexcept {
+    return isDaemonEnabled_(wq::collector_name);
+}
+
+int isKmPollerdEnabled(void) noexcept {
+    return isDaemonEnabled_(wq::poller_name);
+}
+
+int isSnmpGleanEnabled(void) noexcept {
+    return isDaemonEnabled_(wq::gleaner_name);
+}
+
+int isDaemonHappy_(const char* daemon, const char* pidfile) noexcept {
+    const bool is_wanted = isDaemonEnabled_(daemon) != 0 && isCnode() == 0;
+    return is_wanted ? isDaemonRunning_(pidfile) : 1;
+}
+
+int isDaemonEnabled_(const char* daemon) noexcept {
+    if (daemon == nullptr) {
+        return 0;
+    }
+    wq::Fd fd = wq::open_to_read(wq::registration_file);
+    const wq::Stream file(fd ? fdopen(fd.get(), "r") : nullptr);
+    if (!file) {
+        return 0;
+    }
+    fd.release();
+    return wq::file_enables(file.get(), daemon) ? 1 : 0;
+}
+
+int isDaemonRunning_(const char* pidfile) noexcept {
+    if (pidfile == nullptr) {
+        return 0;
+    }
+    const wq::Fd file = wq::open_pid_file(pidfile);
+    return wq::is_locked_against(F_RDLCK, file) ? 1 : 0;
+}
+
+const char* getSnmpGleanPidFile(void) noexcept {
+    if (wq::answers.gleaner_pid_file != nullptr) {
+        return wq::answers.gleaner_pid_file;
+    }
+    const char* given = std::getenv("WQSNMPGLNPIDFILE");
+    wq::answers.gleaner_pid_file = given != nullptr ? strdup_new(given) : wq::gleaner_pid_file;
+    /* Without memory for the copy the variable is asked again the next time. */
+    return wq::answers.gleaner_pid_file != nullptr ? wq::answers.gleaner_pid_file : given;
+}
+
+int isSnmpGleanRunning(void) noexcept {
+    const char* path = getSnmpGleanPidFile();
+    const wq::Fd file = path != nullptr ? wq::open_to_read(path) : wq::Fd();
+    return wq::is_locked_against(F_WRLCK, file) ? 1 : 0;
+}
+
+int eventConfiguratorExists(void) noexcept {
+    if (wq::answers.configurator == wq::Answers::unknown) {
+        wq::answers.configurator =
+            wq::exists(wq::configurator_program) ? wq::Answers::installed : wq::Answers::absent;
+    }
+    return wq::answers.configurator == wq::Answers::installed ? 1 : 0;
+}
