@@ -6,6 +6,12 @@
  * where the OID holds x(first..last). '#' begins a comment, a trailing backslash continues a line.
  * Malformed lines are skipped, no messages are issued. State is process-wide, for one thread at a
  * time.
+ *
+ * Trees may be walked and built by hand, and names be exchanged, at any time. A node that the
+ * library put into a tree keeps its value and its place among its siblings, though others may be
+ * linked in beside it, until oidFreeTree() frees it, with its tree or taken out of it. Beside long
+ * chains of siblings the library remembers where to begin a search; hence a look-up costs about the
+ * same among ten siblings and among a million.
  */
 #ifndef WQEVENTS_NAMES_H
 #define WQEVENTS_NAMES_H
@@ -45,15 +51,17 @@ typedef struct local_map {
 WQEVENTS_API extern oidnode* oidTree;
 
 /*
- * parseOidFile: reads a file into a new tree, after freeing the one in `oidTree` and the local
- * mappings, and stores the tree there. Returns its root, or null when the file cannot be opened.
+ * parseOidFile: TreeParseOidFile() of `oidTree`: reads a file into a new tree, after freeing the
+ * old one and the local mappings, and stores the tree there. Returns its root, or null when the
+ * file cannot be opened.
  */
 WQEVENTS_API oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT;
 
 /*
- * TreeParseOidFile: reads a file into a new tree, after freeing `tree` (may be null) and the local
- * mappings. Returns the new root, to be given to oidFreeTree(), or null when the file cannot be
- * opened.
+ * TreeParseOidFile: reads a file into a new tree, after freeing `tree` and the local mappings; a
+ * null `tree` leaves the mappings of what was read before. Returns the new root, to be given to
+ * oidFreeTree(), or null when the file cannot be opened. A line whose identifier cannot be entered
+ * ends the file, unless it has a range.
  */
 WQEVENTS_API oidnode* TreeParseOidFile(oidnode* tree, const char* path) WQEVENTS_NOEXCEPT;
 
@@ -62,9 +70,10 @@ WQEVENTS_API oidnode* insertOid(const char* oidtext, oiddata* data) WQEVENTS_NOE
 
 /*
  * TreeInsertOid: names the identifier that `oidtext` spells: unsigned numbers separated by '.',
- * hexadecimal with a leading 0x, octal with a leading 0; at most 127 characters are used. A tree is
- * begun where `*root` is null; a name that was there is freed and replaced. Returns the node, which
- * then owns `data`, or null when a part is no number; `data` then stays the caller's.
+ * hexadecimal with a leading 0x, octal with a leading 0; a dot may come first, and at most 127
+ * characters are used. A tree is begun where `*root` is null; a name that was there is freed and
+ * replaced. Returns the node, which then owns `data`, or null when a part is no number or exceeds
+ * 32 bits; `data` then stays the caller's.
  */
 WQEVENTS_API oidnode* TreeInsertOid(oidnode** root, const char* oidtext,
                                     oiddata* data) WQEVENTS_NOEXCEPT;
@@ -96,11 +105,15 @@ WQEVENTS_API void dumpLocalList(void) WQEVENTS_NOEXCEPT;
 
 /*
  * dumpOidTree: lists the names of a tree on the standard output, the first time in the process
- * under a heading. `line`, a terminated text or null, goes before every identifier.
+ * under a heading, with sub-identifiers as signed numbers. `line`, a terminated text or null, goes
+ * before every identifier.
  */
 WQEVENTS_API void dumpOidTree(oidnode* root, char* line) WQEVENTS_NOEXCEPT;
 
-/* oidFreeTree: frees a tree and all local mappings. A null root frees the mappings. */
+/*
+ * oidFreeTree: frees a node with all that `child` and `sib` lead to, and all local mappings. A null
+ * root frees the mappings. Given `oidTree`, it leaves null there.
+ */
 WQEVENTS_API void oidFreeTree(oidnode* root) WQEVENTS_NOEXCEPT;
 
 /* newOidNode: a new node without links or name, for a tree; null when there is no memory. */
@@ -113,8 +126,9 @@ WQEVENTS_API oidnode* newOidNode(uint32_t val) WQEVENTS_NOEXCEPT;
 WQEVENTS_API oiddata* buildOidData(const char* text) WQEVENTS_NOEXCEPT;
 
 /*
- * buildEntOid: reads dotted text, numbers as in TreeInsertOid(), into at most 128 sub-identifiers.
- * Returns their number, 0 for a null pointer.
+ * buildEntOid: reads dotted text, numbers as in TreeInsertOid(), into at most 128 sub-identifiers;
+ * what is no number counts as 0, nothing between two dots as nothing. Returns how many there are, 0
+ * for a null pointer.
  */
 WQEVENTS_API int buildEntOid(uint32_t* oid, const char* text) WQEVENTS_NOEXCEPT;
 
