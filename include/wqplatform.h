@@ -127,6 +127,11 @@ WQEVENTS_API int recv_snmp(int sd, uint32_t* from, snmp_info* response, SnmpVarB
 /*
  * sprint__objid: writes the name of the `len` sub-identifiers at `oid`, as the MIB library knows
  * it, to `buf`, which has room for 2048 characters. At most 2047 and the terminator are written.
+ *
+ * Stand-in: a dot and a name for each sub-identifier, as ".iso.org.dod.internet.private" has it;
+ * one that has no name shows as its number. The built-in names are known before WQmib_load_mib(),
+ * too. A null `oid` or a `len` below 1 gives an empty text. One thread at a time may ask for names
+ * and load them.
  */
 WQEVENTS_API void sprint__objid(char* buf, const uint32_t* oid, int len);
 
@@ -141,13 +146,16 @@ WQEVENTS_API void print_rawobjid(const uint32_t* oid, int len);
  * read.
  *
  * Stand-in: built-in names from iso down to MIB-II and the SNMPv2 groups, and those of the
- * intermediate file WQmib_get_mib_filename(). A file that the environment variable names must be
- * readable and well formed, the default one may be missing.
+ * intermediate file WQmib_get_mib_filename(), which replace those that it gave before; docs/mib.md
+ * describes it. A file that the environment variable names must be readable and well formed; the
+ * default one may be missing, but not be malformed. What is wrong is logged by WQuLogS(); the names
+ * stay as they are then.
  */
 WQEVENTS_API int WQmib_load_mib(void);
 
 /*
- * WQmib_get_mib_filename: the path of the MIB's intermediate file; never null, not to be freed.
+ * WQmib_get_mib_filename: the path of the MIB's intermediate file; never null, not to be freed,
+ * valid until the next call.
  *
  * Stand-in: the environment variable "WQMIBFILE" if set, else "mib.txt" in the configuration
  * directory.
@@ -157,7 +165,9 @@ WQEVENTS_API const char* WQmib_get_mib_filename(void);
 /*
  * WQmib_read_numeric_objid: reads an object identifier written as ".1.3.6" into `oid`. `*len` holds
  * the capacity and receives the number of sub-identifiers. Returns 0, or -1 for anything but
- * dotted numbers that fit 32 bits and the capacity.
+ * dotted numbers that fit 32 bits and the capacity; `*len` stays as it is then.
+ *
+ * Stand-in: the first dot may be missing.
  */
 WQEVENTS_API int WQmib_read_numeric_objid(const char* text, uint32_t* oid, int* len);
 
