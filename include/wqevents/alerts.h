@@ -83,7 +83,7 @@ WQEVENTS_API void print_ferlo_rec(FILE* stream, trap_record* rec, const uint32_t
 
 /*
  * insert_malloc_alert_record: attaches `list`, which becomes the record's, to the trap configured
- * under `name`, whose earlier alert is freed; at most EMS_NAME_MAX characters of the name are kept.
+ * under `name`, whose earlier alert is freed; at most EMS_NAME_MAX - 1 bytes of the name are kept.
  * `enterprise`, `generic` and `specific` are not consulted. Returns 0, or -1 when there is no such
  * trap; the list is then still the caller's.
  */

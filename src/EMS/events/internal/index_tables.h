@@ -1,0 +1,224 @@
+// The containers that the index beside the configuration is made of.
+#pragma once
+
+#include <wqevents/configuration.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace wq {
+
+// Memory that runs out is reported as the rest of the configuration's memory is.
+template <class T>
+struct ModelAllocator {
+    using value_type = T;
+
+    ModelAllocator() = default;
+    template <class U>
+    ModelAllocator(const ModelAllocator<U>& /*other*/) {}  // NOLINT(google-explicit-constructor)
+
+    T* allocate(std::size_t n) { return static_cast<T*>(doMalloc(n * sizeof(T))); }
+    void deallocate(T* p, std::size_t /*n*/) { doFree(p); }
+    bool operator==(const ModelAllocator& /*other*/) const { return true; }
+};
+
+template <class T>
+using ModelVector = std::vector<T, ModelAllocator<T>>;
+
+// Numbers of entries by the hash of what they are looked up by; several may have the same.
+class IdTable {
+  public:
+    void insert(uint32_t hash, uint32_t id) {
+        if (slots_.size() < 2 * (used_ + 1)) {
+            grow();
+        }
+        place({hash, id + 1});
+        ++used_;
+    }
+
+    // Removes the entry, which is there.
+    void erase(uint32_t hash, uint32_t id) {
+        std::size_t at = hash & mask();
+        while (slots_[at].id != id + 1) {
+            at = (at + 1) & mask();
+        }
+        close_gap(at);
+        --used_;
+    }
+
+    // Calls `visit` with the number of each entry of that hash until it returns false.
+    template <class Visit>
+    void visit(uint32_t hash, Visit visit) const {
+        if (slots_.empty()) {
+            return;
+        }
+        for (std::size_t at = hash & mask(); slots_[at].id != 0; at = (at + 1) & mask()) {
+            if (slots_[at].hash == hash && !visit(slots_[at].id - 1)) {
+                return;
+            }
+        }
+    }
+
+  private:
+    struct Slot {
+        uint32_t hash;
+        uint32_t id;  // plus 1; 0 where the slot is free
+    };
+
+    std::size_t mask() const { return slots_.size() - 1; }
+
+    void place(Slot slot) {
+        std::size_t at = slot.hash & mask();
+        while (slots_[at].id != 0) {
+            at = (at + 1) & mask();
+        }
+        slots_[at] = slot;
+    }
+
+    void grow() {
+        ModelVector<Slot> old(std::max<std::size_t>(16, 2 * slots_.size()));
+        old.swap(slots_);
+        for (const Slot& slot : old) {
+            if (slot.id != 0) {
+                place(slot);
+            }
+        }
+    }
+
+    // A search ends at a free slot, so what comes behind the gap moves up where it may.
+    void close_gap(std::size_t gap) {
+        for (std::size_t at = (gap + 1) & mask(); slots_[at].id != 0; at = (at + 1) & mask()) {
+            const std::size_t home = slots_[at].hash & mask();
+            if (((at - home) & mask()) >= ((at - gap) & mask())) {
+                slots_[gap] = slots_[at];
+                gap = at;
+            }
+        }
+        slots_[gap] = {};
+    }
+
+    ModelVector<Slot> slots_;  // a power of two of them, at least half of them free
+    std::size_t used_ = 0;
+};
+
+// A sequence in the order of a list, in blocks so that an entry is put into the middle of a long
+// one at little cost.
+template <class Entry>
+class OrderedBlocks {
+  public:
+    struct Place {
+        std::size_t block = 0;
+        std::size_t slot = 0;
+        bool operator==(const Place&) const = default;
+    };
+
+    std::size_t size() const { return size_; }
+    Place begin() const { return {}; }
+    Place end() const { return {blocks_.size(), 0}; }
+    const Entry& operator[](Place at) const { return blocks_[at.block][at.slot]; }
+    const Entry& front() const { return firsts_.front(); }
+
+    // The place before one that is not the first.
+    Place before(Place at) const {
+        if (at.slot == 0) {
+            --at.block;
+            at.slot = blocks_[at.block].size();
+        }
+        return {at.block, at.slot - 1};
+    }
+
+    Place after(Place at) const {
+        return at.slot + 1 < blocks_[at.block].size() ? Place{at.block, at.slot + 1}
+                                                      : Place{at.block + 1, 0};
+    }
+
+    // The first place whose entry is not `below`, which holds for a beginning of the sequence.
+    template <class Below>
+    Place first_not(Below below) const {
+        if (!blocks_.empty() && below(blocks_.back().back())) {
+            return end();  // where a list in ascending order grows
+        }
+        const auto next = std::partition_point(firsts_.begin(), firsts_.end(), below);
+        if (next == firsts_.begin()) {
+            return begin();
+        }
+        const auto number = static_cast<std::size_t>(next - firsts_.begin());
+        const Block& block = blocks_[number - 1];
+        const auto at = std::partition_point(block.begin(), block.end(), below);
+        return at == block.end() ? Place{number, 0}
+                                 : Place{number - 1, static_cast<std::size_t>(at - block.begin())};
+    }
+
+    void insert(Place at, const Entry& entry) {
+        at = make_room(at);
+        Block& block = blocks_[at.block];
+        block.insert(block.begin() + static_cast<std::ptrdiff_t>(at.slot), entry);
+        firsts_[at.block] = block.front();
+        ++size_;
+    }
+
+    void erase(Place at) {
+        Block& block = blocks_[at.block];
+        block.erase(block.begin() + static_cast<std::ptrdiff_t>(at.slot));
+        if (block.empty()) {
+            blocks_.erase(blocks_.begin() + static_cast<std::ptrdiff_t>(at.block));
+            firsts_.erase(firsts_.begin() + static_cast<std::ptrdiff_t>(at.block));
+        } else {
+            firsts_[at.block] = block.front();
+        }
+        --size_;
+    }
+
+    void clear() {
+        blocks_.clear();
+        firsts_.clear();
+        size_ = 0;
+    }
+
+    template <class Visit>
+    void for_each(Visit visit) const {
+        for (const Block& block : blocks_) {
+            std::for_each(block.begin(), block.end(), visit);
+        }
+    }
+
+  private:
+    using Block = ModelVector<Entry>;
+    static constexpr std::size_t block_max = 64;
+
+    // Sees to it that the block of the new entry has room; gives the entry's place.
+    Place make_room(Place at) {
+        if (at.block == blocks_.size()) {
+            if (at.block == 0 || blocks_.back().size() == block_max) {
+                add_block(at.block);
+                return at;
+            }
+            return {at.block - 1, blocks_.back().size()};
+        }
+        return blocks_[at.block].size() < block_max ? at : split(at);
+    }
+
+    Place split(Place at) {
+        constexpr std::size_t half = block_max / 2;
+        add_block(at.block + 1);
+        Block& left = blocks_[at.block];
+        Block& right = blocks_[at.block + 1];
+        right.assign(left.begin() + half, left.end());
+        left.erase(left.begin() + half, left.end());
+        firsts_[at.block + 1] = right.front();
+        return at.slot <= half ? at : Place{at.block + 1, at.slot - half};
+    }
+
+    void add_block(std::size_t number) {
+        blocks_.emplace(blocks_.begin() + static_cast<std::ptrdiff_t>(number));
+        firsts_.emplace(firsts_.begin() + static_cast<std::ptrdiff_t>(number));
+    }
+
+    ModelVector<Entry> firsts_;  // of each block, beside each other for the search
+    ModelVector<Block> blocks_;  // none of them empty
+    std::size_t size_ = 0;
+};
+
+}  // namespace wq

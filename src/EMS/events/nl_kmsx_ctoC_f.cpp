@@ -1,0 +1,6 @@
+#include <wqevents/alerts.h>
+
+void call_formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count,
+                      int index) WQEVENTS_NOEXCEPT {
+    formatZYNcp(buffer, buflen, var, count, index);
+}

@@ -1,0 +1,22 @@
+// What frees the parts of a trap record.
+#pragma once
+
+#include <wqevents/configuration.h>
+
+namespace wq {
+
+// The strings of a compiled format; the element stays, and still points at them.
+inline void release_texts(const trap_element& element) {
+    doFree(element.rawstring);
+    doFree(element.format);
+}
+
+// An element of its own, or null.
+inline void release_element(trap_element* element) {
+    if (element != nullptr) {
+        release_texts(*element);
+        doFree(element);
+    }
+}
+
+}  // namespace wq
