@@ -222,8 +222,8 @@ TEST_F(Catalogue, EntriesAreOrderedBySetThenCodePoint) {
     for (const cp_entry& e : entries) {
         order.emplace_back(e.ce_set, e.ce_alertid);
     }
-    EXPECT_EQ(order, (std::vector<std::pair<int, int>>{
-                         {1, 0}, {1, 0xFFFF}, {2, 0}, {2, 1}, {0xFFFF, 0}}));
+    EXPECT_EQ(order,
+              (std::vector<std::pair<int, int>>{{1, 0}, {1, 0xFFFF}, {2, 0}, {2, 1}, {0xFFFF, 0}}));
     EXPECT_EQ(cecmp(&entries[0], &entries[0]), 0);
     EXPECT_EQ(cecmp(nullptr, &entries[0]), 0);
     EXPECT_EQ(cecmp(&entries[0], nullptr), 0);

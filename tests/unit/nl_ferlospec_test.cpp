@@ -1,90 +1,19 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <wqevents/alerts.h>
-#include <wqevents/configuration.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "EMS/events/nl_conflock.h"
+#include "support/alert_conf.h"
 #include "support/lock_holder.h"
-#include "support/random.h"
-#include "support/trap_conf.h"
 
 namespace {
 
 using namespace wq::test;
-
-constexpr const char* configuration =
-    "CATEGORY 3 \"Status Events\"\n"
-    "#\n"
-    "acme {1.3.6.1.4.1.4242}\n"
-    "other {1.3.6.1.4.1.5000}\n"
-    "#\n"
-    "ACME_UP {1.3.6.1.4.1.4242} 6 1 A 1 0 \"Status Events\"\n"
-    "up\n"
-    "SDESC\n"
-    "EDESC\n"
-    "ACME_DOWN {1.3.6.1.4.1.4242} 6 2 A 1 0 \"Status Events\"\n"
-    "down\n"
-    "SDESC\n"
-    "EDESC\n"
-    "OTHER_UP {1.3.6.1.4.1.5000} 6 4000000000 A 1 0 \"Status Events\"\n"
-    "up\n"
-    "SDESC\n"
-    "EDESC\n";
-
-const std::string name_line = "ACME_UP {1.3.6.1.4.1.4242} 6 1\n";
-
-/* A list as text: each subvector as "key type [code points] [identifier:text]". */
-std::string told(const alert_record* list) {
-    std::string text;
-    char number[16];
-    const auto hex = [&number](int value) {
-        std::snprintf(number, sizeof number, "%x", static_cast<unsigned>(value));
-        return number;
-    };
-    for (; list != nullptr; list = list->next) {
-        text.append(hex(list->subvector)).append(" ").append(std::to_string(list->type));
-        for (int i = 0; i < list->num_codepoints; ++i) {
-            text.append(" ").append(hex(list->codepoints[i]));
-        }
-        for (int i = 0; i < list->num_detaileddata; ++i) {
-            const detailed_data_record& item = *list->detailed_data[i];
-            text.append(" ").append(hex(item.dataid)).append(":").append(item.dd_args->rawstring);
-        }
-        text.append(" | ");
-    }
-    return text;
-}
-
-/* Whether another process would get the lock. */
-bool is_free(const std::string& path) {
-    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    struct flock wanted {};
-    wanted.l_type = F_WRLCK;
-    wanted.l_whence = SEEK_SET;
-    const bool asked = fd >= 0 && fcntl(fd, F_GETLK, &wanted) == 0;
-    close(fd);
-    return asked && wanted.l_type == F_UNLCK;
-}
-
-/* Descriptors of this process that are open on the file. */
-int descriptors_of(const std::string& path) {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        count += std::filesystem::read_symlink(entry.path(), gone) == path ? 1 : 0;
-    }
-    return count;
-}
 
 /* The pauses that the lock asks for, which then take no time. */
 class FakePauses {
@@ -104,44 +33,6 @@ class FakePauses {
 
   private:
     void (*before_)(unsigned) = wq::pause_between_attempts;
-};
-
-class Alerts : public TrapConf {
-  protected:
-    void SetUp() override { ASSERT_EQ(read(configuration), (ConfRead{0, ""})); }
-    /* Lets go of what an error in a body left open. */
-    void TearDown() override { read_alerts(""); }
-
-    ConfRead read_alerts(std::string_view content) {
-        path_ = dir_.write("alerts", content);
-        return read_again();
-    }
-    static ConfRead read_again() {
-        char* message = nullptr;
-        const int result = read_ferlospec_file(&message);
-        return {result, message};
-    }
-    static ConfRead write() {
-        char* message = nullptr;
-        const int result = write_ferlospec_file(&message);
-        return {result, message};
-    }
-    /* The file without the line that tells the time. */
-    std::string written() const {
-        std::string text = dir_.read("alerts");
-        constexpr std::string_view heading = "#\n# Created by zeltrap at ";
-        EXPECT_TRUE(text.starts_with(heading)) << text;
-        const size_t end = text.find('\n', heading.size());
-        /* Sat Nov 21 10:15:00 2026 */
-        EXPECT_EQ(end - heading.size(), 24U) << text;
-        return end == std::string::npos ? text : text.substr(end + 1);
-    }
-    /* The message `text`, in which @ stands for the path, and a failure. */
-    ConfRead failure(std::string text) const {
-        return {-1, text.replace(text.find('@'), 1, dir_.path("alerts"))};
-    }
-
-    std::string path_;
 };
 
 /* ---- the grammar */
@@ -228,8 +119,22 @@ TEST_F(Alerts, EveryAllowedTypeAndNoOther) {
 }
 
 TEST_F(Alerts, TheHighNibbleAsksForItems) {
-    const char* items[] = {"", "", "", "", "", "", "", "", "", "", "1 9 \"a\"", "1 9 \"a\"",
-                           "2 9 \"a\" 8 \"b\"", "3 9 \"a\" 8 \"b\" 7 \"c\"", "", ""};
+    const char* items[] = {"",
+                           "",
+                           "",
+                           "",
+                           "",
+                           "",
+                           "",
+                           "",
+                           "",
+                           "",
+                           "1 9 \"a\"",
+                           "1 9 \"a\"",
+                           "2 9 \"a\" 8 \"b\"",
+                           "3 9 \"a\" 8 \"b\" 7 \"c\"",
+                           "",
+                           ""};
     for (unsigned nibble = 0; nibble < std::size(items); ++nibble) {
         char point[16];
         std::snprintf(point, sizeof point, "A%xF ", nibble);
@@ -387,21 +292,21 @@ TEST_F(Alerts, SaysWhyTheFileCannotBeOpened) {
 
 TEST_F(Alerts, TheTrapConfigurationIsReadAllTheSame) {
     setenv("FERLOD_CONF", "/nowhere/alerts", 1);
-    EXPECT_EQ(read(configuration), (ConfRead{0,
-                                             "Could not lock ferlo format file "
-                                             "\"/nowhere/alerts\": No such file or directory\n"}));
+    EXPECT_EQ(read(alert_traps), (ConfRead{0,
+                                           "Could not lock ferlo format file "
+                                           "\"/nowhere/alerts\": No such file or directory\n"}));
     EXPECT_NE(trap("ACME_UP"), nullptr);
 }
 
 TEST_F(Alerts, AreReadWithTheTrapConfiguration) {
     dir_.write("alerts", name_line + "92 1 1 ;\n");
-    EXPECT_EQ(read(configuration), (ConfRead{0, ""}));
+    EXPECT_EQ(read(alert_traps), (ConfRead{0, ""}));
     EXPECT_EQ(told(trap("ACME_UP")->alert_element), "92 1 1 | ");
 }
 
 /* What the trap configuration's reader has to say is not lost where the alerts are fine. */
 TEST_F(Alerts, LeaveTheReadersOwnMessageAlone) {
-    EXPECT_EQ(read(std::string(configuration) + std::string(60000, 'x')).message, "Line too long");
+    EXPECT_EQ(read(std::string(alert_traps) + std::string(60000, 'x')).message, "Line too long");
 }
 
 TEST_F(Alerts, GivesUpOnALockAfterSixAttempts) {
@@ -438,12 +343,6 @@ TEST_F(Alerts, NullsFail) {
 
 /* ---- attaching and deleting */
 
-alert_record* new_alert(int subvector) {
-    auto* const list = static_cast<alert_record*>(doMalloc(sizeof(alert_record)));
-    list->subvector = subvector;
-    return list;
-}
-
 TEST_F(Alerts, AttachesAListToAConfiguredTrapOnly) {
     alert_record* const list = new_alert(0x92);
     EXPECT_EQ(insert_malloc_alert_record(nullptr, "ACME_GONE", 6, 1, list), -1);
@@ -457,7 +356,8 @@ TEST_F(Alerts, AttachesAListToAConfiguredTrapOnly) {
 }
 
 TEST_F(Alerts, DeletesAList) {
-    ASSERT_EQ(read_alerts(name_line + "94 1 A1 1 9 \"a\" 81 1 1 98 2 9 \"b\" 8 \"c\" ;\n").result, 0);
+    ASSERT_EQ(read_alerts(name_line + "94 1 A1 1 9 \"a\" 81 1 1 98 2 9 \"b\" 8 \"c\" ;\n").result,
+              0);
     trap_record* const rec = trap("ACME_UP");
     delete_ferlo_record(rec);
     EXPECT_EQ(rec->alert_element, nullptr);
@@ -465,153 +365,13 @@ TEST_F(Alerts, DeletesAList) {
     EXPECT_EQ(rec->alert_element, nullptr);
 }
 
-TEST_F(Alerts, DeletesRecordsThatLackParts) {
-    alert_record* const list = new_alert(0x98);
-    list->num_detaileddata = 2;
-    list->detailed_data = static_cast<detailed_data_record**>(doMalloc(2 * sizeof(void*)));
-    list->detailed_data[1] =
-        static_cast<detailed_data_record*>(doMalloc(sizeof(detailed_data_record)));
-    list->next = new_alert(0x98);
-    list->next->num_detaileddata = 3;
-    trap("ACME_UP")->alert_element = list;
-    EXPECT_EQ(write(), (ConfRead{0, ""}));
-    EXPECT_NE(written().find("\n98 2 0 \"\" 0 \"\" \n98 0  ;\n"), std::string::npos);
-    delete_ferlo_record(trap("ACME_UP"));
-    EXPECT_EQ(trap("ACME_UP")->alert_element, nullptr);
-}
-
-/* ---- writing */
-
-TEST_F(Alerts, WritesThemAsTheyAreRead) {
-    ASSERT_EQ(read_alerts("OTHER_UP {1.3.6.1.4.1.5000} 6 7\n92 2 0 ;\n"
-                          "ACME_DOWN {1.3.6.1.4.1.4242} 6 2\n93 0 95 1 7 ;\n" +
-                          name_line +
-                          "92 12 A001 93 2 FE00 2132 94 1 33C1 2 10 \"first $1\" 11 \"a  b\"\n"
-                          "81 1 20A0 1 12 \"$2\" 98 1 20 \"\" ;\n"),
-              (ConfRead{0, ""}));
-    ASSERT_EQ(write(), (ConfRead{0, ""}));
-    EXPECT_EQ(written(),
-              "#\n###################\n#\n"
-              "ACME_UP {1.3.6.1.4.1.4242} 6 1 \n"
-              "92 12 a001 \n"
-              "93 2 fe00 2132 \n"
-              "94 1 33c1 2 10 \"first $1\" 11 \"a  b\" \n"
-              "81 1 20a0 1 12 \"$2\" \n"
-              "98 1 20 \"\"  ;\n"
-              "ACME_DOWN {1.3.6.1.4.1.4242} 6 2 \n"
-              "93 0 \n"
-              "95 1 7  ;\n"
-              "OTHER_UP {1.3.6.1.4.1.5000} 6 4000000000 \n"
-              "92 2 0  ;\n");
-    EXPECT_TRUE(is_free(path_));
-    EXPECT_EQ(descriptors_of(path_), 0);
-}
-
-TEST_F(Alerts, WritesAShorterTextOverALongerOne) {
-    ASSERT_EQ(read_alerts("#" + std::string(900, '#') + "\n").result, 0);
-    EXPECT_EQ(write(), (ConfRead{0, ""}));
-    EXPECT_EQ(written(), "#\n###################\n#\n");
-}
-
-TEST_F(Alerts, PrintsOneRecord) {
-    ASSERT_EQ(read_alerts(name_line + "92 11 FFFF ;\n").result, 0);
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* const stream = open_memstream(&text, &size);
-    const uint32_t oid[] = {1, 3, 6};
-    print_ferlo_rec(stream, trap("ACME_UP"), oid, 3);
-    fclose(stream);
-    EXPECT_EQ(std::string(text, size), "ACME_UP {1.3.6} 6 1 \n92 11 ffff  ;\n");
-    std::free(text);
-}
-
-TEST_F(Alerts, PadsAKeyOfOneDigit) {
-    trap("ACME_UP")->alert_element = new_alert(5);
-    ASSERT_EQ(write(), (ConfRead{0, ""}));
-    EXPECT_NE(written().find("\n 5 0  ;\n"), std::string::npos);
-}
-
-std::string random_text(Random& random) {
-    std::string text = "\"";
-    for (uint32_t i = random.between(0, 12); i > 0; --i) {
-        text.push_back("ab $1%;#9.-"[random.between(0, 10)]);
-    }
-    return text.append("\"");
-}
-
-std::string random_items(Random& random, uint32_t count) {
-    std::string text;
-    char number[16];
-    std::snprintf(number, sizeof number, "%x ", count);
-    text.append(number);
-    for (; count > 0; --count) {
-        std::snprintf(number, sizeof number, "%x ", random.any_size());
-        text.append(number).append(random_text(random)).append(random.one_in(3) ? "\n" : " ");
-    }
-    return text;
-}
-
-/* A count, code points, and the items that they ask for. */
-std::string random_points(Random& random, bool with_items) {
-    constexpr uint32_t asked[] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 2, 3, 0, 0};
-    const uint32_t count = random.between(0, 5);
-    uint32_t items = 0;
-    char number[16];
-    std::snprintf(number, sizeof number, "%x ", count);
-    std::string text(number);
-    for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t point = random.any_size();
-        items += asked[point >> 4 & 0xF];
-        std::snprintf(number, sizeof number, "%X ", point);
-        text.append(number);
-    }
-    return with_items && items > 0 ? text.append(random_items(random, items)) : text;
-}
-
-std::string random_body(Random& random) {
-    const char* causes[] = {"94 ", "95 ", "96 "};
-    const char* types[] = {"1 ", "2 ", "3 ", "11 ", "12 "};
-    std::string text;
-    bool open = false;
-    for (uint32_t i = random.between(1, 6); i > 0; --i) {
-        switch (random.between(0, 3)) {
-            case 0:
-                text.append("92 ").append(types[random.between(0, 4)]).append("A001\n");
-                break;
-            case 1:
-                text.append("93 ").append(random_points(random, false));
-                break;
-            case 2:
-                text.append(open ? "81 " : causes[random.between(0, 2)]);
-                text.append(random_points(random, true));
-                open = !open;
-                break;
-            default:
-                text.append("98 ").append(random_items(random, random.between(0, 4)));
-        }
-    }
-    return text.append(" ;\n");
-}
-
-TEST_F(Alerts, WhatIsWrittenReadsTheSame) {
-    Random random;
-    SCOPED_TRACE(random.name());
-    for (int round = 0; round < 40; ++round) {
-        ASSERT_EQ(read_alerts(name_line + random_body(random) +
-                              "OTHER_UP {1.3.6.1.4.1.5000} 6 7\n" + random_body(random)),
-                  (ConfRead{0, ""}));
-        const std::string acme = told(trap("ACME_UP")->alert_element);
-        const std::string other = told(trap("OTHER_UP")->alert_element);
-        ASSERT_EQ(write(), (ConfRead{0, ""}));
-        const std::string first = written();
-        delete_ferlo_record(trap("ACME_UP"));
-        delete_ferlo_record(trap("OTHER_UP"));
-        ASSERT_EQ(read_again(), (ConfRead{0, ""})) << first;
-        ASSERT_EQ(told(trap("ACME_UP")->alert_element), acme) << first;
-        ASSERT_EQ(told(trap("OTHER_UP")->alert_element), other) << first;
-        ASSERT_EQ(write(), (ConfRead{0, ""}));
-        ASSERT_EQ(written(), first);
-    }
+TEST_F(Alerts, TheExampleIsRead) {
+    setenv("FERLOD_CONF", WQEVENTS_EXAMPLES "/ferlod.conf", 1);
+    EXPECT_EQ(read_path(WQEVENTS_EXAMPLES "/vortd.conf"), (ConfRead{0, ""}));
+    EXPECT_EQ(told(trap("rackFanFailed")->alert_element),
+              "92 1 1001 | 93 0 401 402 | 96 0 4c0 20:$1 21:$2 | 81 0 3102 | ");
+    EXPECT_NE(trap("roomTemperatureHigh")->alert_element, nullptr);
+    setenv("FERLOD_CONF", dir_.path("alerts").c_str(), 1);
 }
 
 TEST(AlertTables, HoldWhatProgramsBuildAlertsFrom) {

@@ -145,15 +145,16 @@ TEST_F(ConfText, TenMegabytesOnOneLineAreTooLong) {
 }
 
 TEST_F(ConfText, LinesCrossTheBlocksInWhichTheFileIsRead) {
+    const auto name = [](size_t i) { return std::string("x").append(std::to_string(i)); };
     std::string file = "CATEGORY 3 \"c\"\nagent {1.3}\n";
-    for (int i = 0; i < 500; ++i) {
-        file += "x" + std::to_string(i) + " {1.3} 6 " + std::to_string(i) + " A 1 0 \"c\"\n" +
-                std::string(static_cast<size_t>(i) * 8, 'f') + "\nSDESC\nEDESC\n";
+    for (size_t i = 0; i < 500; ++i) {
+        file.append(name(i)).append(" {1.3} 6 ").append(std::to_string(i)).append(" A 1 0 \"c\"\n");
+        file.append(i * 8, 'f').append("\nSDESC\nEDESC\n");
     }
     EXPECT_EQ(read(file), done);
     ASSERT_EQ(traps().size(), 500U);
     for (size_t i = 0; i < 500; ++i) {
-        EXPECT_EQ(std::string(trap(("x" + std::to_string(i)).c_str())->description.rawstring),
+        EXPECT_EQ(std::string(trap(name(i).c_str())->description.rawstring),
                   std::string(i * 8, 'f'));
     }
 }

@@ -197,7 +197,8 @@ TEST(Calls, AnswersOfOtherRequestsAreDropped) {
         AgentMessage stale = counting_answer(request);
         --stale.info.reqid;
         stale.vars[0].val.integer = 99;
-        return std::vector<Bytes>{encoded(stale), encoded(stale), encoded(counting_answer(request))};
+        return std::vector<Bytes>{encoded(stale), encoded(stale),
+                                  encoded(counting_answer(request))};
     });
     const Client client = make_client();
     SnmpVarBindEMS in = binding({1, 3}, ASN_NULL09);
@@ -386,9 +387,7 @@ TEST(ErrorTexts, AreThoseOfTheCodes) {
         {-2, ENETUNREACH, "Could not send SNMP packet:  Network is unreachable."},
         {-3, EIO, "Internal error building SNMP packet."},
         {-4, EIO, "TIMED OUT: No SNMP response."},
-        {-5, EBADF,
-         "Internal error in select"
-         "():  Bad file descriptor."},
+        {-5, EBADF, "Internal error in select():  Bad file descriptor."},
         {-6, EIO, "Error on SNMP recvfrom():  Input/output error."},
         {-6, ECONNREFUSED, "Remote does not support SNMP."},
         {-7, EIO, "Could not parse incoming SNMP packet."},

@@ -156,8 +156,7 @@ TEST(Waiting, OnAClosedDescriptorFails) {
     on.client.is_connected = 1;
     int result = 0;
     EXPECT_EQ(on.said_by(result),
-              "snmp_call(): Select returned error: Internal error in select"
-              "():  Bad file "
+              "snmp_call(): Select returned error: Internal error in select():  Bad file "
               "descriptor.\n");
     EXPECT_EQ(result, -5);
     EXPECT_EQ(on.client.save_errno, EBADF);

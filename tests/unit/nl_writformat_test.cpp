@@ -341,7 +341,7 @@ TEST_F(WriteConfiguration, AKilledEditorLeavesNothingUnnoticed) {
         waitpid(child, nullptr, 0);
         std::string message;
         if (read(message) != 0) {
-            EXPECT_EQ(dir.read("vortd.conf").front(), '!');
+            EXPECT_TRUE(dir.read("vortd.conf").starts_with("!\n"));
             EXPECT_NE(message.find("Bad name line (matched 1, not 8 tokens)"), std::string::npos)
                 << message;
             dir.write("vortd.conf", "#\n# Created by zeltrap at\n" + complete.substr(2));

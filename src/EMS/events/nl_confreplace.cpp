@@ -13,8 +13,9 @@
 namespace wq {
 namespace {
 
-// Begins no line that a configuration file may begin with: the first line is then "!" alone.
-constexpr std::string_view damaged = "!";
+// Takes the place of the first line, which no file of ours may begin with; new texts have "#\n"
+// there.
+constexpr std::string_view damaged = "!\n";
 
 // Asked before writing, since exceeding the limit raises a signal that ends the process.
 bool within_size_limit(off_t size) {
@@ -92,8 +93,10 @@ std::string read_contents(int fd, off_t size) {
 // Each step is on the disk before the next: no crash shows the new beginning with old text behind.
 bool write_contents(int fd, std::string_view text) {
     const auto size = static_cast<off_t>(text.size());
-    return write_at(fd, damaged, 0) && fdatasync(fd) == 0 && write_at(fd, text.substr(1), 1) &&
-           set_size(fd, size) && fdatasync(fd) == 0 && write_at(fd, text.substr(0, 1), 0) &&
+    constexpr auto behind = static_cast<off_t>(damaged.size());
+    return write_at(fd, damaged, 0) && fdatasync(fd) == 0 &&
+           write_at(fd, text.substr(damaged.size()), behind) && set_size(fd, size) &&
+           fdatasync(fd) == 0 && write_at(fd, text.substr(0, damaged.size()), 0) &&
            fdatasync(fd) == 0;
 }
 

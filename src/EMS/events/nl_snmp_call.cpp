@@ -248,10 +248,7 @@ constexpr std::array<CodeText, 9> code_texts{{
     {not_sent, "Could not send SNMP packet:  ", Detail::system_error},
     {not_encoded, "Internal error building SNMP packet.", Detail::none},
     {timed_out, "TIMED OUT: No SNMP response.", Detail::none},
-    {wait_failed,
-     "Internal error in select"
-     "():  ",
-     Detail::system_error},
+    {wait_failed, "Internal error in select():  ", Detail::system_error},
     {not_received, "Error on SNMP recvfrom():  ", Detail::system_error},
     {not_decoded, "Could not parse incoming SNMP packet.", Detail::none},
     {out_of_memory, "Out of memory.", Detail::none},

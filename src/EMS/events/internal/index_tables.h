@@ -19,7 +19,10 @@ struct ModelAllocator {
     template <class U>
     ModelAllocator(const ModelAllocator<U>& /*other*/) {}  // NOLINT(google-explicit-constructor)
 
-    T* allocate(std::size_t n) { return static_cast<T*>(doMalloc(n * sizeof(T))); }
+    T* allocate(std::size_t n) {
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): the elements may be pointers
+        return static_cast<T*>(doMalloc(n * sizeof(T)));
+    }
     void deallocate(T* p, std::size_t /*n*/) { doFree(p); }
     bool operator==(const ModelAllocator& /*other*/) const { return true; }
 };
