@@ -256,6 +256,10 @@ TEST(Totals, NameEachReason) {
               "refused 0\n"
               "unfinished 0\n"
               "dropped by the kernel 7\n");
+    totals.withheld.emplace();
+    EXPECT_EQ(totals_text(totals).substr(0, 42), "received 12 traps\nwithheld 0\nundecodable 3");
+    totals.withheld = {{"cut short", 1}, {"not to be shown", 3}};
+    EXPECT_EQ(totals_text(totals).substr(18, 43), "withheld 4: cut short 1, not to be shown 3\n");
 }
 
 TEST(Undecodable, NamesTheFirstBadItem) {

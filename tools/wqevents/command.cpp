@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +17,7 @@ constexpr const char* overview_footer =
     "  wqevents listen --udp 127.0.0.1:16200 --socket /tmp/traps.socket\n"
     "  wqevents event --to local:/tmp/traps.socket 0x03870100 'disk is full' --host alpha\n"
     "  wqevents send --to raw:localhost:1162 1.3.6.1.4.1.8072 6 17 '' 1.3.6.1.2.1.1.5.0 s alpha\n"
+    "  wqevents format --conf vortd.conf traps.pcap\n"
     "\n"
     "'wqevents SUBCOMMAND --help' tells more. The exit status is 0 for success, 1 for a failure,\n"
     "2 for a command line that cannot be.";
@@ -50,9 +52,11 @@ int report_parse_error(const CLI::App& app, const CLI::ParseError& error) {
 /* The command line without the program's name, the last word first, as the parser wants it. */
 std::vector<std::string> reversed_words(int argc, const char* const* argv) {
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-    if (!words.empty() && words[0] == "send") {
-        words = shield_values({words.begin() + 1, words.end()});
-        words.insert(words.begin(), "send");
+    const std::string first = words.empty() ? "" : words[0];
+    if (first == "send" || first == "set") {
+        const std::size_t before_bindings = first == "send" ? 4 : 1;
+        words = shield_values({words.begin() + 1, words.end()}, before_bindings);
+        words.insert(words.begin(), first);
     }
     std::reverse(words.begin(), words.end());
     return words;
@@ -113,7 +117,10 @@ int parse_event_number(std::string_view text) {
 int run(int argc, const char* const* argv) {
     // A peer or a reader that is gone is an error of the call that finds out, not the end.
     std::signal(SIGPIPE, SIG_IGN);
-    CLI::App app("Sends and receives the platform's events and SNMPv1 traps.", "wqevents");
+    // Traps and formats are text of the user's locale, numbers on the command line are not.
+    std::setlocale(LC_CTYPE, "");
+    std::setlocale(LC_TIME, "");
+    CLI::App app("Sends, receives and formats the platform's events and SNMPv1 traps.", "wqevents");
     app.set_version_flag("--version", "wqevents " WQEVENTS_VERSION, "Print the version and end");
     app.require_subcommand(1);
     app.footer(overview_footer);
@@ -121,6 +128,13 @@ int run(int argc, const char* const* argv) {
     add_listen(app);
     add_event(app);
     add_send(app);
+    add_names(app);
+    add_mib(app);
+    add_status(app);
+    add_format(app);
+    add_conf(app);
+    add_codepoints(app);
+    add_requests(app);
     return parse_and_run(app, argc, argv);
 }
 

@@ -52,12 +52,23 @@ std::string quoted(std::string_view text);
 void add_listen(CLI::App& app);
 void add_event(CLI::App& app);
 void add_send(CLI::App& app);
+void add_names(CLI::App& app);
+void add_mib(CLI::App& app);
+void add_status(CLI::App& app);
+void add_format(CLI::App& app);
+void add_conf(CLI::App& app);
+void add_codepoints(CLI::App& app);
+void add_requests(CLI::App& app);
 
 /*
  * shield_values: the words behind "send" with the values of bindings marked, so that the parser
  * takes none for an option or a list, whatever it looks like; the subcommand takes the marks off.
+ * `before` is the number of arguments in front of the bindings.
  */
-std::vector<std::string> shield_values(std::vector<std::string> words);
+std::vector<std::string> shield_values(std::vector<std::string> words, std::size_t before = 4);
+
+/* unshielded: the arguments as they were given. */
+std::vector<std::string> unshielded(std::vector<std::string> arguments);
 
 /* run: the whole command; returns the process's exit status. */
 int run(int argc, const char* const* argv);

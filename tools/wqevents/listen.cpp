@@ -21,7 +21,8 @@ constexpr const char* footer_text =
     "Examples:\n"
     "  wqevents listen --udp 127.0.0.1:16200\n"
     "  wqevents listen --socket /tmp/traps.socket --raw-tcp 1162 --json | jq .specific\n"
-    "  wqevents listen --raw-tcp 127.0.0.1:1162 --count 1";
+    "  wqevents listen --raw-tcp 127.0.0.1:1162 --count 1\n"
+    "  wqevents listen --udp 1162 --format kmevents";
 
 void run_listen(const ListenOptions& options) {
     if (options.udp.empty() && options.sockets.empty() && options.tcp.empty() &&
@@ -31,6 +32,16 @@ void run_listen(const ListenOptions& options) {
             "--udp 127.0.0.1:16200");
     }
     Listener(options).run();
+}
+
+/* Its value may be left out, and is looked at while the command line is read. */
+CLI::Option* add_format(CLI::App& command, std::optional<rtrap_user>& layout) {
+    return command
+        .add_option_function<std::string>(
+            "--format", [&layout](const std::string& kind) { layout = parse_layout_kind(kind); },
+            "Print the operator's lines, by the platform's configuration")
+        ->type_name("[KIND]")
+        ->expected(0, 1);
 }
 
 /* Repeatable, and each time with one value only, so that nothing else is taken for one. */
@@ -51,7 +62,8 @@ void add_listen(CLI::App& app) {
                "Take traps behind transmission headers by TCP");
     add_places(*command, "--raw-tcp", options->raw_tcp, "[HOST:]PORT",
                "Take encoded traps back to back by TCP");
-    command->add_flag("--json", options->json, "Print a JSON object a line");
+    CLI::Option* json = command->add_flag("--json", options->json, "Print a JSON object a line");
+    add_format(*command, options->layout)->excludes(json);
     command->add_option("--count", options->count, "End after N traps")
         ->type_name("N")
         ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX).description(""));
@@ -61,7 +73,7 @@ void add_listen(CLI::App& app) {
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e6).description(""))
         ->capture_default_str();
-    command->footer(footer_text);
+    command->footer(layout_kinds_help + std::string("\n\n") + footer_text);
     command->callback([options] { run_listen(*options); });
 }
 

@@ -17,7 +17,6 @@
 #include "received_trap.h"
 #include "trap_json.h"
 #include "trap_text.h"
-#include "undecodable.h"
 
 namespace wq::command {
 namespace {
@@ -31,9 +30,6 @@ constexpr std::size_t datagrams_max = 32;
 constexpr std::size_t read_size = 65536;
 constexpr seconds accept_pause{1};
 constexpr seconds drain_limit{2};
-
-/* No trap of 8192 bytes has more bindings: the shortest takes 6 bytes, 30 04 06 00 05 00. */
-constexpr std::size_t bindings_max = EMS_TRAP_MAX / 6;
 
 /* A peer is a descriptor, so take as many as the system lets this process have. */
 void raise_descriptor_limit() {
@@ -126,10 +122,11 @@ struct Listener::Datagrams {
 };
 
 Listener::Listener(const ListenOptions& options)
-    : options_(options),
-      chunk_(read_size + frame_max),
-      datagrams_(std::make_unique<Datagrams>()),
-      bindings_(std::make_unique_for_overwrite<SnmpVarBindEMS[]>(bindings_max)) {
+    : options_(options), chunk_(read_size + frame_max), datagrams_(std::make_unique<Datagrams>()) {
+    if (options.layout) {
+        formatter_.emplace(*options.layout);
+        totals_.withheld.emplace();
+    }
     raise_descriptor_limit();
     epoll_ = FileDescriptor(epoll_create1(EPOLL_CLOEXEC));
     require(epoll_.get() >= 0, "cannot wait for peers");
@@ -148,6 +145,9 @@ void Listener::run() {
         totals_.unfinished["at the end"] += unfinished_.size();
     }
     print_totals();
+    if (!failure_.empty()) {
+        throw Failure(failure_);
+    }
 }
 
 void Listener::add_endpoints(const ListenOptions& options) {
@@ -297,14 +297,8 @@ void Listener::on_datagrams(Source& source) {
 void Listener::take_datagram(const Source& source, std::size_t index) {
     const Datagrams::Slot& slot = datagrams_->slots[index];
     const std::size_t size = datagrams_->messages[index].msg_len;
-    if (size < trap_min) {
-        ++totals_.undecodable["shorter than 20 bytes"];
-    } else if (size > EMS_TRAP_MAX) {
-        ++totals_.undecodable["longer than 8192 bytes"];
-    } else {
-        deliver(source.transport, address_name(slot.from), std::nullopt,
-                Bytes(slot.data).first(size));
-    }
+    // A longer one fills the slot, which shows that it is too long.
+    deliver(source.transport, address_name(slot.from), std::nullopt, Bytes(slot.data).first(size));
 }
 
 /* The system counts per socket, modulo 2^32, and a datagram may tell an older count. */
@@ -438,22 +432,39 @@ void Listener::give_up_unfinished() {
 
 void Listener::deliver(const char* transport, const std::string& peer,
                        const std::optional<trap_headerEMS>& header, Bytes trap) {
-    snmp_trap_infoEMS info;
-    info.clen = EMS_COMMUNITY_MAX;
-    info.elen = EMS_OID_MAX;
-    info.maxvars = bindings_max;
-    if (snmp_parse_trap(trap.data(), static_cast<int>(trap.size()), &info, nullptr,
-                        bindings_.get()) != 0) {
-        ++totals_.undecodable[undecodable_reason(trap)];
+    if (const char* reason = trap_.decode(trap)) {
+        ++totals_.undecodable[reason];
         return;
     }
     ++totals_.received;
-    const ReceivedTrap received{
-        transport, peer, trap.size(),
-        header,    info, {bindings_.get(), static_cast<std::size_t>(std::max(0, info.vars))}};
-    (options_.json ? append_json : append_text)(output_.text(), received);
-    output_.written();
     done_ = options_.count != 0 && totals_.received >= options_.count;
+    print({transport, peer, trap.size(), header, trap_.info(), trap_.bindings()});
+    output_.written();
+}
+
+void Listener::print(const ReceivedTrap& trap) {
+    if (formatter_) {
+        print_formatted();
+    } else {
+        (options_.json ? append_json : append_text)(output_.text(), trap);
+    }
+}
+
+void Listener::print_formatted() {
+    switch (formatter_->format(trap_)) {
+        case TrapFormatter::Result::cut:
+            ++(*totals_.withheld)["cut short"];
+            [[fallthrough]];
+        case TrapFormatter::Result::shown:
+            output_.text() += formatter_->text();
+            return;
+        case TrapFormatter::Result::hidden:
+            ++(*totals_.withheld)["not to be shown"];
+            return;
+        case TrapFormatter::Result::failed:
+            failure_ = formatter_->text();
+            done_ = true;
+    }
 }
 
 void Listener::print_totals() {

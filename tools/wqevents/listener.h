@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -16,7 +17,9 @@
 #include "endpoint.h"
 #include "framing.h"
 #include "output.h"
+#include "received_trap.h"
 #include "totals.h"
+#include "trap_formatter.h"
 
 namespace wq::command {
 
@@ -26,8 +29,9 @@ struct ListenOptions {
     std::vector<std::string> tcp;      // [HOST:]PORT
     std::vector<std::string> raw_tcp;  // [HOST:]PORT
     bool json = false;
-    std::uint64_t count = 0;  // end after so many traps; 0: do not
-    double idle = 30;         // seconds that an unfinished trap may pause
+    std::optional<rtrap_user> layout;  // print the operator's text in this layout
+    std::uint64_t count = 0;           // end after so many traps; 0: do not
+    double idle = 30;                  // seconds that an unfinished trap may pause
 };
 
 /*
@@ -94,6 +98,8 @@ class Listener {
     void give_up_unfinished();
     void deliver(const char* transport, const std::string& peer,
                  const std::optional<trap_headerEMS>& header, Bytes trap);
+    void print(const ReceivedTrap& trap);
+    void print_formatted();
     void print_totals();
 
     ListenOptions options_;
@@ -101,7 +107,7 @@ class Listener {
     Output output_;
     std::string ready_;    // what is listened on, a line each
     bool ending_ = false;  // asked to end: drain
-    bool done_ = false;    // the count is reached
+    bool done_ = false;    // the count is reached, or nothing can be printed any more
     FileDescriptor epoll_;
     std::unordered_map<int, std::unique_ptr<Source>> sources_;
     std::vector<SocketFile> socket_files_;
@@ -111,7 +117,9 @@ class Listener {
     Clock::time_point resume_at_;
     std::vector<std::uint8_t> chunk_;
     std::unique_ptr<Datagrams> datagrams_;
-    std::unique_ptr<SnmpVarBindEMS[]> bindings_;
+    TrapRecords trap_;
+    std::optional<TrapFormatter> formatter_;
+    std::string failure_;  // why formatting had to end
 };
 
 }  // namespace wq::command

@@ -5,8 +5,14 @@
 #include <algorithm>
 #include <array>
 
+#include "framing.h"
+#include "undecodable.h"
+
 namespace wq::command {
 namespace {
+
+/* No trap of 8192 bytes has more bindings: the shortest takes 6 bytes, 30 04 06 00 05 00. */
+constexpr std::size_t bindings_max = EMS_TRAP_MAX / 6;
 
 constexpr std::array<std::string_view, 7> generic_names = {
     "coldStart",       "warmStart",          "linkDown", "linkUp", "authenticationFailure",
@@ -21,6 +27,30 @@ std::span<const Element> used(const Element (&array)[size], Count count) {
 }
 
 }  // namespace
+
+TrapRecords::TrapRecords()
+    : info_{}, bindings_(std::make_unique_for_overwrite<SnmpVarBindEMS[]>(bindings_max)) {}
+
+const char* TrapRecords::decode(std::span<const std::uint8_t> message) {
+    if (message.size() < trap_min) {
+        return "shorter than 20 bytes";
+    }
+    if (message.size() > EMS_TRAP_MAX) {
+        return "longer than 8192 bytes";
+    }
+    // Behind a short enterprise nothing of an earlier trap may be taken for a part of it.
+    info_ = {};
+    info_.clen = EMS_COMMUNITY_MAX;
+    info_.elen = EMS_OID_MAX;
+    info_.maxvars = bindings_max;
+    const bool decoded = snmp_parse_trap(message.data(), static_cast<int>(message.size()), &info_,
+                                         nullptr, bindings_.get()) == 0;
+    return decoded ? nullptr : undecodable_reason(message);
+}
+
+std::span<SnmpVarBindEMS> TrapRecords::bindings() {
+    return {bindings_.get(), static_cast<std::size_t>(std::max(0, info_.vars))};
+}
 
 std::string_view type_name(std::uint8_t type) {
     switch (type) {

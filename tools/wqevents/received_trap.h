@@ -7,6 +7,8 @@
 #include <wqevents.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -21,6 +23,22 @@ struct ReceivedTrap {
     std::optional<trap_headerEMS> header;
     const snmp_trap_infoEMS& info;
     std::span<const SnmpVarBindEMS> bindings;
+};
+
+/* The records of one trap, decoded again and again into the same memory. */
+class TrapRecords {
+  public:
+    TrapRecords();
+
+    /* decode: fills the records. Null, or why not: a constant text, good as a counter's name. */
+    const char* decode(std::span<const std::uint8_t> message);
+
+    snmp_trap_infoEMS& info() { return info_; }
+    std::span<SnmpVarBindEMS> bindings();
+
+  private:
+    snmp_trap_infoEMS info_;
+    std::unique_ptr<SnmpVarBindEMS[]> bindings_;
 };
 
 /* type_name: the name of a type tag. */

@@ -8,15 +8,13 @@
 #include <cerrno>
 #include <chrono>
 #include <ctime>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <memory>
 #include <thread>
 
 #include "binding_text.h"
 #include "command.h"
 #include "destination.h"
+#include "input_file.h"
 #include "octets.h"
 #include "oid_text.h"
 
@@ -72,27 +70,9 @@ std::uint32_t system_uptime() {
     return static_cast<std::uint32_t>(now.tv_sec * 100 + now.tv_nsec / 10'000'000);
 }
 
-std::string read_file(const std::string& name) {
-    std::ifstream file;
-    const bool standard_input = name == "-";
-    if (!standard_input) {
-        file.open(name, std::ios::binary);
-    }
-    std::istream& stream = standard_input ? std::cin : file;
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (stream.bad() || (!standard_input && !file.is_open())) {
-        throw system_failure("cannot read " + name, errno);
-    }
-    return text;
-}
-
 Trap trap_of_file(const std::string& name) {
     Trap trap;
-    try {
-        trap.encoded = parse_hex(name, read_file(name), " \t\r\n");
-    } catch (const UsageError& error) {
-        throw Failure(error.what());
-    }
+    trap.encoded = read_hex(name, read_all(open_input(name).get(), name));
     if (trap.encoded.empty() || trap.encoded.size() > EMS_TRAP_MAX) {
         throw Failure(name + " holds " + std::to_string(trap.encoded.size()) +
                       " octets; a trap has 1 to " + std::to_string(EMS_TRAP_MAX));
@@ -229,16 +209,6 @@ void send_repeatedly(Channel& channel, Trap& trap, const SendOptions& options) {
     progress.finish(options.repeat);
 }
 
-/* The positional arguments as they were given. */
-std::vector<std::string> unshielded(std::vector<std::string> arguments) {
-    for (std::string& argument : arguments) {
-        if (argument.starts_with(shield)) {
-            argument.erase(0, 1);
-        }
-    }
-    return arguments;
-}
-
 void run_send(const SendOptions& options, bool repeated) {
     const Destination destination = parse_destination(options.to);
     Trap trap = make_trap(options, unshielded(options.arguments));
@@ -288,11 +258,20 @@ void add_send(CLI::App& app) {
     command->callback([options, repeat] { run_send(*options, repeat->count() > 0); });
 }
 
-std::vector<std::string> shield_values(std::vector<std::string> words) {
+std::vector<std::string> unshielded(std::vector<std::string> arguments) {
+    for (std::string& argument : arguments) {
+        if (argument.starts_with(shield)) {
+            argument.erase(0, 1);
+        }
+    }
+    return arguments;
+}
+
+std::vector<std::string> shield_values(std::vector<std::string> words, std::size_t before) {
     std::size_t position = 0;
     bool options_end = false;
     for (std::size_t i = 0; i < words.size(); ++i) {
-        const bool value = position > fixed_arguments && (position - fixed_arguments) % 3 == 2;
+        const bool value = position > before && (position - before) % 3 == 2;
         if (value) {
             words[i].insert(0, 1, shield);
         } else if (!options_end && words[i] == "--") {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,15 +17,17 @@ using Counters = std::map<std::string_view, std::uint64_t>;
 
 struct Totals {
     std::uint64_t received = 0;
-    Counters undecodable;       // traps
-    Counters refused;           // peers that lost step
-    Counters unfinished;        // traps that never ended
-    std::uint64_t dropped = 0;  // datagrams, by the system
+    std::optional<Counters> withheld;  // traps whose text was not printed, or not all of it
+    Counters undecodable;              // traps
+    Counters refused;                  // peers that lost step
+    Counters unfinished;               // traps that never ended
+    std::uint64_t dropped = 0;         // datagrams, by the system
 };
 
 /*
- * totals_text: a line for each:
+ * totals_text: a line for each, the second only where it is counted:
  *   received 12 traps
+ *   withheld 2: cut short 1, not to be shown 1
  *   undecodable 3: bindings 2, not a trap 1
  *   refused 1: message that is not a BER sequence 1
  *   unfinished 0

@@ -3,6 +3,7 @@
 #include <wqevents.h>
 
 #include <array>
+#include <climits>
 
 namespace wq::command {
 namespace {
@@ -74,6 +75,11 @@ const char* undecodable_reason(std::span<const std::uint8_t> message) {
         }
     }
     return "bindings";
+}
+
+bool is_trap_message(std::span<const std::uint8_t> message) {
+    Cursor cursor{message.data(), static_cast<int>(message.size())};
+    return message.size() <= INT_MAX && skip_message_header(cursor) && enter_trap(cursor);
 }
 
 }  // namespace wq::command

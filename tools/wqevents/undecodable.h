@@ -1,5 +1,5 @@
 /*
- * Why a trap does not decode.
+ * Why a trap does not decode, and whether it is one.
  */
 #ifndef WQEVENTS_TOOL_UNDECODABLE_H
 #define WQEVENTS_TOOL_UNDECODABLE_H
@@ -14,6 +14,9 @@ namespace wq::command {
  * public decoders fail too: a constant text, good as the name of a counter.
  */
 const char* undecodable_reason(std::span<const std::uint8_t> message);
+
+/* is_trap_message: whether the message is an SNMPv1 Trap up to the PDU's type, whatever follows. */
+bool is_trap_message(std::span<const std::uint8_t> message);
 
 }  // namespace wq::command
 
