@@ -209,6 +209,7 @@ TEST_F(WriteConfiguration, ReadsBackAsWritten) {
         }
         return text;
     };
+    int unique = 100;
     for (int round = 0; round < 20; ++round) {
         free_all_info();
         add_standard_categories();
@@ -218,12 +219,13 @@ TEST_F(WriteConfiguration, ReadsBackAsWritten) {
             insert_enterprise(oid, length, word().c_str());
             const std::string dotted = oid_to_string(oid, length);
             for (uint32_t t = random.between(0, 20); t > 0; --t) {
-                const std::string name = word();
+                /* Unique, since an update takes a name that another record may have. */
+                const std::string name = word().append(std::to_string(++unique));
                 const std::string format = word().append(" $1 ").append(word());
                 const std::string node = word();
                 /* Of the same numbers, at most one with nodes: each read turns such ones round. */
                 const bool with_node = random.one_in(3);
-                const int specific = static_cast<int>(with_node ? 100 + t : random.between(0, 5));
+                const int specific = with_node ? ++unique : static_cast<int>(random.between(0, 5));
                 trap_record* const rec =
                     add(dotted.c_str(), name.c_str(), static_cast<int>(random.between(0, 6)),
                         specific, format.c_str(),

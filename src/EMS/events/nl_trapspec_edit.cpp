@@ -250,6 +250,7 @@ std::span<actionCmd> actions() {
 }  // namespace
 }  // namespace wq
 
+// NOLINTNEXTLINE(readability-function-size): the interface has as many parameters as the file lines
 trap_record* insertMallocTrapRecord(enterprise_info* enterprise, const char* name, int generic,
                                     int specific, int nodeCnt, char** nodeList, int category,
                                     char source, char* rawformat, char* rawexec, char* rawdisplay,
