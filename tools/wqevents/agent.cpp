@@ -23,8 +23,7 @@ struct Place {
 
 Place parse_place(const std::string& text) {
     const std::size_t colon = text.rfind(':');
-    const Place place{text.substr(0, colon),
-                      colon == std::string::npos ? "" : text.substr(colon + 1)};
+    Place place{text.substr(0, colon), colon == std::string::npos ? "" : text.substr(colon + 1)};
     if (place.host.empty() || (colon != std::string::npos && place.port.empty())) {
         throw UsageError("agent " + quoted(text) + " must be HOST or HOST:PORT");
     }
