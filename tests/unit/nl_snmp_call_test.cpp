@@ -192,6 +192,17 @@ TEST(SetVars, OfAnUnknownTypeSendNothing) {
     EXPECT_STREQ(snmpcall_error(client.get()), "Internal Error: Invalid data type for set.");
 }
 
+TEST(SetVars, OfAnUnknownTypeSendNothingInASingleCallEither) {
+    const SnmpAgent agent(count_up);
+    const Client client = make_client();
+    client->request.command = SNMP_SET_REQ;
+    SnmpVarBindEMS in = binding({1, 3}, ASN_OPAQUE09);
+    SnmpVarBindEMS out{};
+    EXPECT_EQ(snmp_call(client.get(), &in, &out, 1), -9);
+    EXPECT_EQ(client->response.errstat, -9);
+    EXPECT_TRUE(agent.requests().empty());
+}
+
 TEST(Calls, AnswersOfOtherRequestsAreDropped) {
     const SnmpAgent agent([](const Bytes& request, int) {
         AgentMessage stale = counting_answer(request);

@@ -4,6 +4,7 @@
 #include <wqevents/codec.h>
 #include <wqevents/trace.h>
 
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <string>
@@ -14,6 +15,7 @@
 #include "support/exact_block.h"
 #include "support/hex.h"
 #include "support/random.h"
+#include "support/signal_storm.h"
 #include "support/sockets.h"
 #include "support/traps.h"
 #include "support/vectors.h"
@@ -428,6 +430,23 @@ TEST(SendRequest, ARefusalShowsOnReceiving) {
     const std::string said =
         diagnostics(lower_layer, [&] { EXPECT_EQ(exchange.with(agent), -1); }).err;
     EXPECT_EQ(said, "recvfrom: Connection refused\n");
+}
+
+TEST(SendRequest, WaitsFiveSeconds) {
+    Exchange exchange;
+    Agent agent;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(exchange.with(agent), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST(SendRequest, ASignalEndsTheWait) {
+    Exchange exchange;
+    Agent agent;
+    const SignalStorm storm(false, 20000);
+    const std::string said =
+        diagnostics(lower_layer, [&] { EXPECT_EQ(exchange.with(agent), -1); }).err;
+    EXPECT_EQ(said, "snmp_request:Interupted\n");
 }
 
 TEST(SendRequest, DumpsWhatItSendsAndReceives) {
