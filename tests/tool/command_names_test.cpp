@@ -22,7 +22,7 @@ class Names : public testing::Test {
     std::string file_ = folder_.write("oid_to_label",
                                       "\"ent\"=1.3.6.1.4.1\n"
                                       "${ent}.8072=\"net-snmp\"\n"
-                                      "${ent}.8072.x(1..3)=\"part ${x}\"\n"
+                                      "${ent}.8072.x(1..3)=\"item ${x}\"\n"
                                       "0x2b.4294967295=\"-odd\"\n"
                                       "not a line\n");
 };
@@ -40,17 +40,17 @@ TEST_F(Names, CheckCountsThem) {
 
 TEST_F(Names, LookupIsExact) {
     EXPECT_EQ(run({"lookup", "1.3.6.1.4.1.8072"}).out, "net-snmp\n");
-    EXPECT_EQ(run({"lookup", ".1.3.6.1.4.1.8072.3"}).out, "part 3\n");
+    EXPECT_EQ(run({"lookup", ".1.3.6.1.4.1.8072.3"}).out, "item 3\n");
     EXPECT_EQ(run({"lookup", "43.4294967295"}).out, "-odd\n");
     const CommandRun some = run({"lookup", "1.3.6.1.4.1.8072", "1.3.6", "1.3.6.1.4.1.8072.1"});
-    EXPECT_EQ(some.out, "net-snmp\n\npart 1\n");
+    EXPECT_EQ(some.out, "net-snmp\n\nitem 1\n");
     expect_failure(some, 1, "wqevents names: not in " + file_ + ": '1.3.6'\n");
     EXPECT_EQ(run({"lookup", "1.3.6.1.4.1.8072.3.0"}).status, 1);
 }
 
 TEST_F(Names, FindGoesTheOtherWay) {
     EXPECT_EQ(run({"find", "net-snmp"}).out, "1.3.6.1.4.1.8072\n");
-    EXPECT_EQ(run({"find", "part 2", "part 1"}).out, "1.3.6.1.4.1.8072.2\n1.3.6.1.4.1.8072.1\n");
+    EXPECT_EQ(run({"find", "item 2", "item 1"}).out, "1.3.6.1.4.1.8072.2\n1.3.6.1.4.1.8072.1\n");
     EXPECT_EQ(run({"find", "--", "-odd"}).out, "43.4294967295\n");
     expect_failure(run({"find", "part"}), 1, "not in " + file_ + ": 'part'");
 }
