@@ -103,6 +103,15 @@ TEST_F(Format, EachKindHasItsLayout) {
     }
 }
 
+TEST_F(Format, TellsOfAlertsThatCannotBeReadAndGoesOn) {
+    const std::string trap = folder_.write("traps", capture_of({from_nowhere(small_trap(1))}));
+    const EnvValue alerts("FERLOD_CONF", folder_.write("ferlod.conf", "no name line\n"));
+    const CommandRun run = format({"--kind", "prx", trap});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(holds(run.err, "Bad name line in line #1 of ")) << run.err;
+    EXPECT_TRUE(holds(run.out, "one 6/1 of public")) << run.out;
+}
+
 TEST_F(Format, TakesEveryKindOfFile) {
     const Bytes trap = formatted_trap(1);
     const std::string line =
