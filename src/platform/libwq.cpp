@@ -16,6 +16,8 @@
 #include <memory>
 #include <string_view>
 
+#include "EMS/events/internal/fd.h"
+#include "EMS/events/internal/log_target.h"
 #include "platform/multibyte.h"
 #include "platform/weak.h"
 
@@ -103,30 +105,31 @@ std::array<char, 32> time_stamp() {
     return text;
 }
 
-/* One write a line, appending: lines of several processes do not mix. */
-void append_line(const char* name, const char* line, size_t length) {
-    const bool to_stderr = std::strcmp(name, "-") == 0;
-    const int fd = to_stderr
-                       ? STDERR_FILENO
-                       : open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
-    if (fd < 0) {
+/*
+ * One write a line, appending: lines of several processes do not mix. A pipe that nobody reads is
+ * not waited for.
+ */
+void append_line(const char* name, std::string_view line) {
+    if (std::strcmp(name, "-") == 0) {
+        write_log(STDERR_FILENO, line);
         return;
     }
-    /* A log that cannot be written must not disturb the program that it tells about. */
-    [[maybe_unused]] const ssize_t ignored = write(fd, line, length);
-    if (!to_stderr) {
-        close(fd);
+    const CancelHeld held;
+    const Fd fd(
+        open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0666));
+    if (fd) {
+        write_log(fd.get(), line);
     }
 }
 
-void write_log(const char* name, int component, int level, char* message) {
+void log_message(const char* name, int component, int level, char* message) {
     make_one_line(message);
     char* line = nullptr;
     const int length = asprintf(&line, "%s [%ld] %d/%d %s\n", time_stamp().data(),
                                 static_cast<long>(getpid()), component, level, message);
     if (length >= 0) {
         const Text owner(line);
-        append_line(name, line, static_cast<size_t>(length));
+        append_line(name, {line, static_cast<size_t>(length)});
     }
 }
 
@@ -155,7 +158,7 @@ WQ_STAND_IN void WQuLogS(int component, int level, const char*, int, int, const 
     const wq::Text message = wq::formatted(fmt, args);
     va_end(args);
     if (message != nullptr) {
-        wq::write_log(name, component, level, message.get());
+        wq::log_message(name, component, level, message.get());
     }
     errno = saved_errno;
 }

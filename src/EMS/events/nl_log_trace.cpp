@@ -1,13 +1,20 @@
+// The trace file: its lines and dumps.
 #include <wqevents/trace.h>
 
-#include <signal.h>
-#include <wqplatform.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+
+#include <wqplatform.h>
+
+#include "EMS/events/internal/fd.h"
+#include "EMS/events/internal/log_target.h"
 
 FILE* tracelogfp = nullptr;
 FILE* dumpFp = nullptr;
@@ -20,40 +27,52 @@ namespace {
 
 constexpr int row_length = 16;
 
-/*
- * Signals held off while the trace file is written: none, so that a handler may still interrupt a
- * long dump. What remains of it is that the process's mask is saved and put back.
- */
-const sigset_t held_off{};
-
-class SignalsHeld {
-  public:
-    SignalsHeld() { pthread_sigmask(SIG_BLOCK, &held_off, &before_); }
-    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-
-    /* Signals 1 to 32 as bits 0 to 31, the form of sigblock(). */
-    int mask() const {
-        uint32_t bits = 0;
-        for (int number = 1; number <= 32; ++number) {
-            bits |= uint32_t{sigismember(&before_, number) == 1} << (number - 1);
-        }
-        return static_cast<int>(bits);
+// The calling thread's signal mask: signals 1 to 32 as bits 0 to 31, the form of sigblock().
+int signal_mask() {
+    sigset_t mask{};
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    uint32_t bits = 0;
+    for (int number = 1; number <= 32; ++number) {
+        bits |= uint32_t{sigismember(&mask, number) == 1} << (number - 1);
     }
+    return static_cast<int>(bits);
+}
 
-  private:
-    sigset_t before_{};
-};
+// Without waiting for a reader, should the path be a pipe's; what such a pipe does not take is
+// lost.
+Stream open_to_append(const char* path) {
+    constexpr mode_t for_all = 0666;
+    const CancelHeld held;
+    Fd fd(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, for_all));
+    Stream stream(fd ? fdopen(fd.get(), "a") : nullptr);
+    if (stream) {
+        fd.release();
+    }
+    return stream;
+}
+
+void append_stamp(LogLine& line) {
+    std::array<char, 99> text{};
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    tzset();
+    if (localtime_r(&now, &local) != nullptr) {
+        std::strftime(text.data(), text.size(), "%a %b %d %H:%M:%S %Y", &local);
+    }
+    line.append("%-24.24s ", text.data());
+}
 
 void write_start_or_stop(const char* text) {
     if (traceStartingAndStopping != 0) {
-        printTime();
-        std::fprintf(tracelogfp, "%s\n", text);
+        LogLine line;
+        append_stamp(line);
+        line.append("%s", text);
+        line.end_line();
+        write_log(tracelogfp, line.text());
     }
 }
 
-/* The text column of one row of a dump; what has not been put into it stays a dot. */
+// The text column of one row of a dump; what has not been put into it stays a dot.
 struct TextColumn {
     std::array<char, row_length + 1> text{};
 
@@ -66,37 +85,37 @@ struct TextColumn {
         text[static_cast<size_t>(position)] =
             byte >= 32 && byte <= 126 ? static_cast<char>(byte) : '.';
     }
-    void end_row(FILE* stream) {
-        std::fprintf(stream, " %s\n", text.data());
+    void end_row(LogLine& dump) {
+        dump.append(" %s\n", text.data());
         clear();
     }
 };
 
-void dump(FILE* stream, const unsigned char* bytes, int length) {
+void append_dump(LogLine& dump, const unsigned char* bytes, int length) {
     TextColumn column;
     for (int i = 0; i < length; ++i) {
         const int position = i % row_length;
         if (position == 0) {
-            std::fprintf(stream, "%4d:  ", i);
+            dump.append("%4d:  ", i);
         }
-        std::fprintf(stream, "%2x ", bytes[i]);
+        dump.append("%2x ", bytes[i]);
         column.put(position, bytes[i]);
         if (position == row_length - 1) {
-            column.end_row(stream);
+            column.end_row(dump);
         }
     }
     if (length > 0 && length % row_length != 0) {
         for (int position = length % row_length; position < row_length; ++position) {
-            std::fputs("-- ", stream);
+            dump.append("-- ");
         }
-        column.end_row(stream);
+        column.end_row(dump);
     }
 }
 
 }  // namespace
 }  // namespace wq
 
-int open_trace_log(const char* path) noexcept {
+int open_trace_log(const char* path) WQEVENTS_NOEXCEPT {
     if (tracelogfp != nullptr) {
         dumpFp = tracelogfp;
         return 0;
@@ -104,65 +123,59 @@ int open_trace_log(const char* path) noexcept {
     if (path == nullptr) {
         return -1;
     }
-    const wq::SignalsHeld held;
-    tracelogfp = strcoll_new(path, "-") == 0 ? stdout : std::fopen(path, "ae");
+    tracelogfp = strcoll_new(path, "-") == 0 ? stdout : wq::open_to_append(path).release();
     if (tracelogfp == nullptr) {
         return -1;
     }
     dumpFp = tracelogfp;
     wq::write_start_or_stop("Tracing Started");
-    if (traceStartingAndStopping != 0) {
-        std::fflush(tracelogfp);
-    }
     return 0;
 }
 
-void close_trace_log(void) noexcept {
+void close_trace_log(void) WQEVENTS_NOEXCEPT {
     if (tracelogfp != nullptr) {
-        const wq::SignalsHeld held;
         wq::write_start_or_stop("Tracing Stopped");
         if (tracelogfp != stdout) {
-            std::fclose(tracelogfp);
+            const wq::WriteSignalsHeld held;
+            const wq::Stream closed(tracelogfp);
         }
         tracelogfp = nullptr;
     }
     dumpFp = nullptr;
 }
 
-void log_trace(const char* routine, const char* fmt, ...) noexcept {
+void log_trace(const char* routine, const char* fmt, ...) WQEVENTS_NOEXCEPT {
     if (tracelogfp == nullptr || routine == nullptr || fmt == nullptr) {
         return;
     }
-    const wq::SignalsHeld held;
-    printTime();
-    std::fprintf(tracelogfp, "%s: ", routine);
+    const wq::ErrnoKeeper keeper;
+    wq::LogLine line;
+    wq::append_stamp(line);
+    line.append("%s: ", routine);
     va_list args;
     va_start(args, fmt);
-    std::vfprintf(tracelogfp, fmt, args);
+    line.vappend(fmt, args);
     va_end(args);
-    std::fputc('\n', tracelogfp);
-    std::fflush(tracelogfp);
+    line.end_line();
+    wq::write_log(tracelogfp, line.text());
 }
 
-int sigblockhexdump(const unsigned char* bufp, int len) noexcept {
+int sigblockhexdump(const unsigned char* bufp, int len) WQEVENTS_NOEXCEPT {
     if (tracelogfp == nullptr || bufp == nullptr) {
         return 0;
     }
-    const wq::SignalsHeld held;
-    wq::dump(tracelogfp, bufp, len);
-    return held.mask();
+    wq::LogLine dump;
+    wq::append_dump(dump, bufp, len);
+    wq::write_log(tracelogfp, dump.text(), wq::Flush::no);
+    return wq::signal_mask();
 }
 
-int printTime(void) noexcept {
+int printTime(void) WQEVENTS_NOEXCEPT {
     if (tracelogfp == nullptr) {
         return -1;
     }
-    std::array<char, 99> text{};
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    tzset();
-    if (localtime_r(&now, &local) != nullptr) {
-        std::strftime(text.data(), text.size(), "%a %b %d %H:%M:%S %Y", &local);
-    }
-    return std::fprintf(tracelogfp, "%-24.24s ", text.data());
+    wq::LogLine stamp;
+    wq::append_stamp(stamp);
+    const bool written = wq::write_log(tracelogfp, stamp.text(), wq::Flush::no);
+    return written ? static_cast<int>(stamp.text().size()) : -1;
 }

@@ -8,6 +8,8 @@
 #include <memory>
 #include <utility>
 
+#include "EMS/events/internal/cancel.h"
+
 namespace wq {
 
 // Gives errno back what it held, whatever the calls of the scope do to it.
@@ -36,6 +38,7 @@ class Fd {
     ~Fd() {
         if (fd_ >= 0) {
             const ErrnoKeeper keeper;
+            const CancelHeld held;
             ::close(fd_);
         }
     }
@@ -49,7 +52,10 @@ class Fd {
 };
 
 struct StreamCloser {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
+    void operator()(std::FILE* stream) const {
+        const CancelHeld held;
+        std::fclose(stream);
+    }
 };
 using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
