@@ -146,14 +146,14 @@ typedef enum s_msg_type {
  * (but for mode 3) send no wake-up event. Returns the socket descriptor, or -1 with errno left as
  * the failing call set it and `ei->sd` -1.
  */
-WQEVENTS_API int open_event(event_infoEMS* ei, int source, char* name, int trans) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int open_event(event_infoEMS* ei, int source, char* name, int trans);
 
 /*
  * close_event: sends the disconnect event (application 4: none; application 24: always with a
  * transmission header, `ei->trans` becoming 3) and closes the socket. Leaves the other fields of
  * `ei` as they were. Returns the result of close(), or -1 when `ei` is null or not open.
  */
-WQEVENTS_API int close_event(event_infoEMS* ei) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int close_event(event_infoEMS* ei);
 
 /* getApplName: the display name of an application number; a constant text, never null. */
 WQEVENTS_API const char* getApplName(uint16_t source) WQEVENTS_NOEXCEPT;
@@ -171,15 +171,13 @@ WQEVENTS_API int set_sock_buf_size_if_larger(int sd, int option, int size) WQEVE
  * is written), or the socket failed (errno tells; the stream may hold half a trap, so close the
  * channel). Interrupted and short writes are completed.
  */
-WQEVENTS_API int send_trap(event_infoEMS* ei, snmp_trap_infoEMS* sti,
-                           SnmpVarBindEMS* vars) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int send_trap(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars);
 
 /*
  * send_hex_buffer: sends `buflen` bytes that hold an encoded trap, as they are and framed as
  * send_trap() frames them. Returns 0 or -1.
  */
-WQEVENTS_API int send_hex_buffer(event_infoEMS* ei, const unsigned char* bufp,
-                                 int buflen) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int send_hex_buffer(event_infoEMS* ei, const unsigned char* bufp, int buflen);
 
 /*
  * send_event: sends the platform's own event trap: enterprise 1.3.6.1.4.1.2.6.3.1, generic trap 6,
@@ -190,19 +188,18 @@ WQEVENTS_API int send_hex_buffer(event_infoEMS* ei, const unsigned char* bufp,
  * Returns as send_trap().
  */
 WQEVENTS_API int send_event(event_infoEMS* ei, int event, const char* host, const char* descr,
-                            const char* data, const char* db) WQEVENTS_NOEXCEPT;
+                            const char* data, const char* db);
 
 /* send_event_ex: send_event() with the further bindings selname, ipaddress and trapspecific. */
 WQEVENTS_API int send_event_ex(event_infoEMS* ei, int event, const char* host, const char* descr,
                                const char* data, const char* db, const char* selname,
-                               const char* ipaddress, const char* trapspecific) WQEVENTS_NOEXCEPT;
+                               const char* ipaddress, const char* trapspecific);
 
 /* send_event_ex_ex: send_event_ex() with the further bindings networkAddr and networkMask. */
 WQEVENTS_API int send_event_ex_ex(event_infoEMS* ei, int event, const char* host, const char* descr,
                                   const char* data, const char* db, const char* selname,
                                   const char* ipaddress, const char* trapspecific,
-                                  const char* networkAddr,
-                                  const char* networkMask) WQEVENTS_NOEXCEPT;
+                                  const char* networkAddr, const char* networkMask);
 
 /*
  * recv_event: receives and decodes one trap. The caller sets `sti->maxvars` to the number of
@@ -216,8 +213,7 @@ WQEVENTS_API int send_event_ex_ex(event_infoEMS* ei, int event, const char* host
  *   -6          the trap is longer than EMS_TRAP_MAX or shorter than 20 bytes
  * After -5, -6 and a decoding failure a stream is out of step: close the channel and open it again.
  */
-WQEVENTS_API int recv_event(event_infoEMS* ei, snmp_trap_infoEMS* sti,
-                            SnmpVarBindEMS* vars) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int recv_event(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars);
 
 /*
  * recv_event_hdr: recv_event() that also points `*th` at the transmission header, the process's
@@ -225,7 +221,7 @@ WQEVENTS_API int recv_event(event_infoEMS* ei, snmp_trap_infoEMS* sti,
  * length, `src` 1, `pid` -1, the rest as it was.
  */
 WQEVENTS_API int recv_event_hdr(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars,
-                                trap_headerEMS** th) WQEVENTS_NOEXCEPT;
+                                trap_headerEMS** th);
 
 /*
  * recv_trap: receives one encoded trap on socket `sd` of transport mode `trans` without decoding
@@ -234,7 +230,7 @@ WQEVENTS_API int recv_event_hdr(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpV
  * takes a byte from the stream that belongs to the next trap. Results as recv_event().
  */
 WQEVENTS_API int recv_trap(int sd, unsigned char** buf, int trans, struct sockaddr_in* from,
-                           socklen_t* fromlen, trap_headerEMS** th) WQEVENTS_NOEXCEPT;
+                           socklen_t* fromlen, trap_headerEMS** th);
 
 /*
  * get_pdu_len: reads the BER length (X.690 8.1.3) whose first octet is at `data`. Up to 5 octets
@@ -256,7 +252,7 @@ WQEVENTS_API void logger(int level, const char* routine, const char* fmt, ...) W
  * ignored. Returns 0 when it was sent or failed for another reason than a missing process;
  * non-zero when there is no such process; 1 when the file cannot be read.
  */
-WQEVENTS_API int sendsig(int signo, const char* procName, const char* pidFile) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int sendsig(int signo, const char* procName, const char* pidFile);
 
 /*
  * wqc_recv_event: the receive hook of mode 4, null unless a program sets it. It is given the

@@ -67,11 +67,10 @@ typedef struct snmp_call_info {
  * Returns a new client, to be given to close_snmp_call(), or null when there is no memory or no
  * socket. The agent and community are set by init_snmp_request().
  */
-WQEVENTS_API snmp_call_info* init_snmp_call(unsigned int timeout,
-                                            unsigned int retries) WQEVENTS_NOEXCEPT;
+WQEVENTS_API snmp_call_info* init_snmp_call(unsigned int timeout, unsigned int retries);
 
 /* close_snmp_call: closes the socket and frees the client. Null does nothing. */
-WQEVENTS_API void close_snmp_call(snmp_call_info* sci) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void close_snmp_call(snmp_call_info* sci);
 
 /*
  * init_snmp_2request: sets the agent `addr` (network byte order) and the `length` bytes of
@@ -80,24 +79,21 @@ WQEVENTS_API void close_snmp_call(snmp_call_info* sci) WQEVENTS_NOEXCEPT;
  * unconnected. May be called at any time between calls. Returns 0, or -1 for a null pointer.
  */
 WQEVENTS_API int init_snmp_2request(snmp_call_info* sci, uint32_t addr,
-                                    const unsigned char* community, int length) WQEVENTS_NOEXCEPT;
+                                    const unsigned char* community, int length);
 
 /*
  * init_snmp_request: init_snmp_2request() with a terminated community. A text longer than
  * EMS_COMMUNITY_MAX is cut there.
  */
-WQEVENTS_API int init_snmp_request(snmp_call_info* sci, uint32_t addr,
-                                   const char* community) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int init_snmp_request(snmp_call_info* sci, uint32_t addr, const char* community);
 
 /*
  * getvar, getnextvar: get (RFC 1157 4.1.2) and get-next (RFC 1157 4.1.3) of the variable that `in`
  * names. `in->type` becomes ASN_NULL09; the answer is stored in `out`. Return the result code; -1
  * also for a null pointer.
  */
-WQEVENTS_API int getvar(snmp_call_info* sci, SnmpVarBindEMS* in,
-                        SnmpVarBindEMS* out) WQEVENTS_NOEXCEPT;
-WQEVENTS_API int getnextvar(snmp_call_info* sci, SnmpVarBindEMS* in,
-                            SnmpVarBindEMS* out) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int getvar(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out);
+WQEVENTS_API int getnextvar(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out);
 
 /*
  * getvar_array, getnextvar_array: the same for `size` bindings of the arrays `in` and `out`, in
@@ -105,9 +101,9 @@ WQEVENTS_API int getnextvar(snmp_call_info* sci, SnmpVarBindEMS* in,
  * result code; 0 when all succeeded, -1 for a null pointer.
  */
 WQEVENTS_API int getvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out,
-                              int size) WQEVENTS_NOEXCEPT;
+                              int size);
 WQEVENTS_API int getnextvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out,
-                                  int size) WQEVENTS_NOEXCEPT;
+                                  int size);
 
 /*
  * setvar_array: sets `size` variables to the types and values in `in` (RFC 1157 4.1.5), in requests
@@ -115,7 +111,7 @@ WQEVENTS_API int getnextvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpV
  * gives -9 before anything is sent.
  */
 WQEVENTS_API int setvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out,
-                              int size) WQEVENTS_NOEXCEPT;
+                              int size);
 
 /*
  * snmp_call: sends `request.command` (s_msg_type, set by the caller) with the `count` bindings of
@@ -126,15 +122,14 @@ WQEVENTS_API int setvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBi
  * one again. Returns the result code; -1 also for a null pointer.
  */
 WQEVENTS_API int snmp_call(snmp_call_info* sci, SnmpVarBindEMS* request, SnmpVarBindEMS* response,
-                           int count) WQEVENTS_NOEXCEPT;
+                           int count);
 
 /*
  * snmp_call_send: the first step of snmp_call(): sends the request once, with the request id as it
  * stands. Returns 0, or the result code (-1, -2 or -3) after dissolving any connection; with -2
  * `save_errno` tells why.
  */
-WQEVENTS_API int snmp_call_send(snmp_call_info* sci, SnmpVarBindEMS* request,
-                                int count) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int snmp_call_send(snmp_call_info* sci, SnmpVarBindEMS* request, int count);
 
 /*
  * snmp_call_select: the second step: waits up to `timeout` seconds for an answer; signals do not
@@ -142,7 +137,7 @@ WQEVENTS_API int snmp_call_send(snmp_call_info* sci, SnmpVarBindEMS* request,
  * connected, is unconnected again (0), else it is connected to the agent (0, or -1 when that
  * fails). Other failures return -1 with code -5.
  */
-WQEVENTS_API int snmp_call_select(snmp_call_info* sci) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int snmp_call_select(snmp_call_info* sci);
 
 /*
  * snmp_call_recv: the third step: receives one message into `sci->response` and up to `count`
@@ -150,8 +145,7 @@ WQEVENTS_API int snmp_call_select(snmp_call_info* sci) WQEVENTS_NOEXCEPT;
  * (nothing to receive, or another request id) and the caller goes on waiting, a negative value with
  * the code (-6 or -7) in `response.errstat` on failure. It alone resets `response.errstat`.
  */
-WQEVENTS_API int snmp_call_recv(snmp_call_info* sci, SnmpVarBindEMS* response,
-                                int count) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int snmp_call_recv(snmp_call_info* sci, SnmpVarBindEMS* response, int count);
 
 /*
  * snmpcall_error: a text for the result code in `response.errstat`. The text lies in a buffer of
@@ -169,7 +163,7 @@ WQEVENTS_API const char* snmpcall_error(snmp_call_info* sci) WQEVENTS_NOEXCEPT;
  */
 WQEVENTS_API int send_request(int sd, struct sockaddr_in* agent, snmp_info* request,
                               snmp_info* response, SnmpVarBindEMS* request_vars,
-                              SnmpVarBindEMS* response_vars) WQEVENTS_NOEXCEPT;
+                              SnmpVarBindEMS* response_vars);
 
 /*
  * snmpBuild09: encodes an SNMPv1 request or response message (RFC 1157 4.1.1) from `request` and

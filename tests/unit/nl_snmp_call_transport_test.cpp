@@ -6,7 +6,9 @@
 #include <wqplatform.h>
 
 #include <cerrno>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/diagnostics.h"
@@ -25,6 +27,8 @@ struct Transport {
     int32_t error_status = 0;
     std::vector<uint32_t> addresses;
     int32_t last_id = 0;
+    std::chrono::milliseconds receiving{0};
+    int receipts = 0;
 };
 Transport transport;
 
@@ -191,6 +195,17 @@ TEST(Waiting, OnDescriptorsAbove1023Works) {
     EXPECT_EQ(snmp_call_select(&on.client), 1);
 }
 
+// There is always something to read, and reading it takes longer than the attempt.
+TEST(Attempt, SlowReceiptOfAStrayAnswerEndsIt) {
+    transport = {};
+    transport.id_offset = 1;
+    transport.receiving = std::chrono::milliseconds(1100);
+    Readable on;
+    on.client.is_connected = 1;
+    EXPECT_EQ(snmp_call(&on.client, &on.var, &on.var, 1), -4);
+    EXPECT_EQ(transport.receipts, 1);
+}
+
 }  // namespace
 
 int init_async_snmp(void) {
@@ -206,6 +221,8 @@ int send_snmp(int /*sd*/, uint32_t addr, snmp_info* request, SnmpVarBindEMS* /*v
 }
 
 int recv_snmp(int /*sd*/, uint32_t* /*from*/, snmp_info* response, SnmpVarBindEMS* /*vars*/) {
+    ++transport.receipts;
+    std::this_thread::sleep_for(transport.receiving);
     response->reqid = transport.last_id + transport.id_offset;
     if (transport.received >= 0) {
         response->errstat = transport.error_status;

@@ -1,6 +1,9 @@
+// Opening and closing the channel.
+#include <linux/sockios.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -8,11 +11,13 @@
 #include <array>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include <wqevents/channel.h>
 #include <wqplatform.h>
@@ -77,13 +82,23 @@ Fd connect_stream(int family, const Address& address) {
 std::optional<in_port_t> tcp_service_port(const char* name) {
     const servent* const service = getservbyname(name, "tcp");
     if (service == nullptr) {
+        errno = ENOENT;
         return std::nullopt;
     }
     return static_cast<in_port_t>(service->s_port);
 }
 
+// What keeps a host from being looked up is a missing name or a name that is unknown.
+bool find_host(const char* name, in_addr_t& address) {
+    if (find_host_address(name, address)) {
+        return true;
+    }
+    errno = name == nullptr ? EINVAL : ENOENT;
+    return false;
+}
+
 Fd open_datagram(const char* name, in_addr_t& manager) {
-    if (!find_host_address(name, manager)) {
+    if (!find_host(name, manager)) {
         return Fd();
     }
     Fd sd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -95,8 +110,12 @@ Fd open_datagram(const char* name, in_addr_t& manager) {
 }
 
 Fd open_local(const char* path) {
+    if (path == nullptr) {
+        errno = EINVAL;
+        return Fd();
+    }
     struct stat found {};
-    if (path == nullptr || stat(path, &found) != 0) {
+    if (stat(path, &found) != 0) {
         return Fd();
     }
     sockaddr_un address{};
@@ -112,7 +131,7 @@ Fd open_local(const char* path) {
 
 Fd open_tcp(const char* name) {
     in_addr_t host = 0;
-    if (!find_host_address(name, host)) {
+    if (!find_host(name, host)) {
         return Fd();
     }
     const std::optional<in_port_t> port = tcp_service_port("kmvortd-client");
@@ -133,6 +152,7 @@ std::optional<in_port_t> named_port(const char* after_plus) {
 
 Fd open_raw_tcp(char* name) {
     if (name == nullptr) {
+        errno = EINVAL;
         return Fd();
     }
     std::optional<in_port_t> port;
@@ -142,7 +162,7 @@ Fd open_raw_tcp(char* name) {
         port = named_port(plus + 1);
     }
     in_addr_t host = 0;
-    if (!find_host_address(name, host)) {
+    if (!find_host(name, host)) {
         return Fd();  // the name stays split: callers show what was looked up
     }
     if (plus != nullptr) {
@@ -165,6 +185,7 @@ Fd open_transport(event_infoEMS& ei, char* name, int trans) {
         case transport_raw_tcp:
             return open_raw_tcp(name);
         default:
+            errno = EINVAL;
             return Fd();
     }
 }
@@ -177,7 +198,11 @@ struct Freer {
 int open_automatic(event_infoEMS& ei, int source) {
     if (_KMisClient() != 0) {
         const std::unique_ptr<char, Freer> server(_WQDefaultServerName());
-        return open_event(&ei, source, server.get(), transport_tcp);
+        const int sd = open_event(&ei, source, server.get(), transport_tcp);
+        if (server == nullptr) {
+            errno = ENOENT;  // the caller has named no host
+        }
+        return sd;
     }
     char path[] = "/usr/WQ/sockets/vortd.socket";
     return open_event(&ei, source, path, transport_local);
@@ -195,6 +220,86 @@ void announce(event_infoEMS& ei, int event, const char* what) {
 bool announces_wakeup(const event_infoEMS& ei) {
     return ei.source != silent_application &&
            (ei.source != remote_daemon || ei.trans == transport_tcp);
+}
+
+// The socket of a channel that is being opened: a thread that is cancelled during the announcement
+// leaves neither the socket nor its number.
+class OpeningSocket {
+  public:
+    OpeningSocket(event_infoEMS& ei, Fd sd) : ei_(ei), sd_(std::move(sd)) { ei_.sd = sd_.get(); }
+    ~OpeningSocket() {
+        if (sd_) {
+            ei_.sd = -1;
+        }
+    }
+    OpeningSocket(const OpeningSocket&) = delete;
+    OpeningSocket& operator=(const OpeningSocket&) = delete;
+
+    int hand_over() { return sd_.release(); }
+
+  private:
+    event_infoEMS& ei_;
+    Fd sd_;
+};
+
+int open_channel(event_infoEMS& ei, int source, char* name, int trans) {
+    Fd sd = open_transport(ei, name, trans);
+    if (!sd) {
+        return -1;
+    }
+    set_sock_buf_size_if_larger(sd.get(), SO_SNDBUF, socket_buffer_size);
+    set_sock_buf_size_if_larger(sd.get(), SO_RCVBUF, socket_buffer_size);
+    sockaddr_in own{};
+    get_myaddress(&own);
+    OpeningSocket socket(ei, std::move(sd));
+    ei.agent = own.sin_addr.s_addr;
+    ei.source = static_cast<uint32_t>(source);
+    ei.trans = static_cast<uint16_t>(trans);
+    WQ_PROGRESS("send the application wakeup event open_event().\n");
+    if (announces_wakeup(ei)) {
+        announce(ei, wakeup_event, "connected to");
+    }
+    WQ_PROGRESS("end of open_event().\n");
+    return socket.hand_over();
+}
+
+bool is_tcp(int sd) {
+    int protocol = 0;
+    socklen_t size = sizeof protocol;
+    return getsockopt(sd, SOL_SOCKET, SO_PROTOCOL, &protocol, &size) == 0 &&
+           protocol == IPPROTO_TCP;
+}
+
+// A close with unread input makes TCP throw away what the peer's system does not have yet, so that
+// is waited for, for a while and as long as there is a peer.
+void await_delivery(int sd) {
+    constexpr std::chrono::seconds longest(1);
+    constexpr int pause = 5;  // milliseconds
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    pollfd peer{sd, 0, 0};
+    int unsent = 0;
+    while (peer.revents == 0 && ioctl(sd, SIOCOUTQ, &unsent) == 0 && unsent > 0 &&
+           std::chrono::steady_clock::now() < deadline) {
+        poll(&peer, 1, pause);
+    }
+}
+
+// The socket is closed also if the thread is cancelled meanwhile.
+int close_channel(event_infoEMS& ei) {
+    Fd sd(ei.sd);
+    WQ_PROGRESS("send application disconnect event from close_event().\n");
+    if (ei.source == remote_daemon) {
+        ei.trans = transport_tcp;  // its going is always announced, and with a header
+    }
+    if (ei.source != silent_application) {
+        announce(ei, disconnect_event, "disconnecting from");
+    }
+    WQ_PROGRESS(" end of close_event().\n");
+    if (ei.trans == transport_tcp && is_tcp(sd.get())) {
+        await_delivery(sd.get());
+    }
+    const CancelHeld held;
+    return ::close(sd.release());
 }
 
 struct ApplicationName {
@@ -219,51 +324,27 @@ constexpr std::array application_names{
 }  // namespace
 }  // namespace wq
 
-int open_event(event_infoEMS* ei, int source, char* name, int trans) WQEVENTS_NOEXCEPT {
+int open_event(event_infoEMS* ei, int source, char* name, int trans) {
     WQ_PROGRESS("Beginning of open_event() call.\n");
     if (ei == nullptr) {
+        errno = EINVAL;
         return -1;
     }
     ei->sd = -1;
     if (source < 1 || source > wq::last_application) {
+        errno = EINVAL;
         return -1;
     }
-    if (trans == wq::transport_automatic) {
-        return wq::open_automatic(*ei, source);
-    }
-    wq::Fd sd = wq::open_transport(*ei, name, trans);
-    if (!sd) {
-        return -1;
-    }
-    set_sock_buf_size_if_larger(sd.get(), SO_SNDBUF, wq::socket_buffer_size);
-    set_sock_buf_size_if_larger(sd.get(), SO_RCVBUF, wq::socket_buffer_size);
-    sockaddr_in own{};
-    get_myaddress(&own);
-    ei->sd = sd.release();
-    ei->agent = own.sin_addr.s_addr;
-    ei->source = static_cast<uint32_t>(source);
-    ei->trans = static_cast<uint16_t>(trans);
-    WQ_PROGRESS("send the application wakeup event open_event().\n");
-    if (wq::announces_wakeup(*ei)) {
-        wq::announce(*ei, wq::wakeup_event, "connected to");
-    }
-    WQ_PROGRESS("end of open_event().\n");
-    return ei->sd;
+    return trans == wq::transport_automatic ? wq::open_automatic(*ei, source)
+                                            : wq::open_channel(*ei, source, name, trans);
 }
 
-int close_event(event_infoEMS* ei) WQEVENTS_NOEXCEPT {
+int close_event(event_infoEMS* ei) {
     if (ei == nullptr) {
+        errno = EINVAL;
         return -1;
     }
-    WQ_PROGRESS("send application disconnect event from close_event().\n");
-    if (ei->source == wq::remote_daemon) {
-        ei->trans = wq::transport_tcp;  // its going is always announced, and with a header
-    }
-    if (ei->source != wq::silent_application) {
-        wq::announce(*ei, wq::disconnect_event, "disconnecting from");
-    }
-    WQ_PROGRESS(" end of close_event().\n");
-    return ::close(ei->sd);
+    return wq::close_channel(*ei);
 }
 
 const char* getApplName(uint16_t source) WQEVENTS_NOEXCEPT {

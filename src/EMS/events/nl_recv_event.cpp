@@ -1,15 +1,16 @@
+// Receiving traps, and signals to processes that have a pid file.
 #include "EMS/events/nl_recv_event.h"
 
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <span>
 
 #include <wqevents/codec.h>
@@ -17,6 +18,7 @@
 
 #include "EMS/events/internal/fd.h"
 #include "EMS/events/internal/frame.h"
+#include "EMS/events/internal/log_target.h"
 
 int (*wqc_recv_event)(int sd, struct sockaddr_in* from, unsigned char* buf, int* len) = nullptr;
 
@@ -107,6 +109,11 @@ int read_exact(int sd, std::span<unsigned char> room, const StallTexts& stall) {
     return going_on;
 }
 
+int fail(int error) {
+    errno = error;
+    return -1;
+}
+
 void make_up_header(RecvState& state, int len) {
     state.header.len = len;
     state.header.src = 1;
@@ -158,7 +165,8 @@ int receive_by_hook(RecvState& state, int sd, sockaddr_in* from) {
     const int result =
         wqc_recv_event(sd, from == nullptr ? &unwanted : from, state.packet.data(), &len);
     if (result <= 0) {
-        return result;
+        // A hook need not know of errno.
+        return result == -1 && errno == 0 ? fail(EIO) : result;
     }
     make_up_header(state, len);
     return going_on;
@@ -215,11 +223,11 @@ int refuse_foreign_stream(const RecvState& state) {
 }
 
 int refuse_raw_length(const RecvState& state, int result, int32_t length) {
-    std::fputs("Error could not identify this trap\n", stdout);
+    write_log(stdout, "Error could not identify this trap\n", Flush::no);
     log_trace(routine, "Error. Could not determine length of this trap; result = %d, length =%f ",
               result, static_cast<double>(length));
     dump(state, static_cast<int>(raw_lead) + 1);
-    return -1;
+    return fail(EBADMSG);
 }
 
 // Finds out how long the contents of the message are whose lead has come, and how many further
@@ -234,7 +242,7 @@ int receive_raw_length(RecvState& state, int sd, int& octets, int32_t& content) 
         return going_on;
     }
     if (octets > raw_length_octets_max) {
-        return -1;
+        return fail(EBADMSG);
     }
     const auto room = std::span(state.packet).subspan(raw_lead, static_cast<size_t>(octets));
     const int result = receive_length_octets(sd, room);
@@ -291,18 +299,26 @@ int receive(RecvState& state, int sd, int trans, sockaddr_in* from, socklen_t* f
     }
 }
 
-// The decimal number that a file starts with, white space before it aside.
-bool read_number(const char* path, long& number) {
-    const Stream file(path == nullptr ? nullptr : std::fopen(path, "re"));
-    if (!file) {
+// The number that a file starts with, as "%d" reads one. What no int holds names no process: 0.
+bool read_number(std::FILE* file, int& number) {
+    int c = std::getc(file);
+    while (std::isspace(c) != 0) {
+        c = std::getc(file);
+    }
+    const bool negative = c == '-';
+    if (negative || c == '+') {
+        c = std::getc(file);
+    }
+    if (std::isdigit(c) == 0) {
         return false;
     }
-    std::array<char, 64> text{};
-    const size_t length = std::fread(text.data(), 1, text.size() - 1, file.get());
-    text[length] = '\0';
-    char* end = nullptr;
-    number = std::strtol(text.data(), &end, 10);
-    return end != text.data();
+    int64_t value = 0;
+    for (; std::isdigit(c) != 0; c = std::getc(file)) {
+        value = std::min<int64_t>(value * 10 + (c - '0'), int64_t{INT_MAX} + 1);
+    }
+    value = negative ? -value : value;
+    number = value >= INT_MIN && value <= INT_MAX ? static_cast<int>(value) : 0;
+    return true;
 }
 
 }  // namespace
@@ -310,12 +326,12 @@ bool read_number(const char* path, long& number) {
 int recv_trap(RecvState& state, int sd, unsigned char** buf, int trans, sockaddr_in* from,
               socklen_t* fromlen, trap_headerEMS** th) {
     if (buf == nullptr || th == nullptr) {
-        return -1;
+        return fail(EINVAL);
     }
     *buf = state.packet.data();
     *th = &state.header;
     if (sd < 0) {
-        return -1;
+        return fail(EBADF);
     }
     if (const int result = receive(state, sd, trans, from, fromlen); result <= 0) {
         return result;
@@ -327,7 +343,7 @@ int recv_trap(RecvState& state, int sd, unsigned char** buf, int trans, sockaddr
 int recv_event_hdr(RecvState& state, event_infoEMS* ei, snmp_trap_infoEMS* sti,
                    SnmpVarBindEMS* vars, trap_headerEMS** th) {
     if (ei == nullptr || sti == nullptr || (vars == nullptr && sti->maxvars > 0)) {
-        return -1;
+        return fail(EINVAL);
     }
     unsigned char* packet = nullptr;
     sockaddr_in from{};
@@ -341,7 +357,7 @@ int recv_event_hdr(RecvState& state, event_infoEMS* ei, snmp_trap_infoEMS* sti,
     sti->elen = EMS_OID_MAX;
     if (snmp_parse_trap(packet, len, sti, ei, vars) < 0) {
         logger(1, "recv_event", "snmp_parse_trap failed");
-        return -1;
+        return fail(EBADMSG);
     }
     ei->time = state.header.time;
     return len;
@@ -349,18 +365,18 @@ int recv_event_hdr(RecvState& state, event_infoEMS* ei, snmp_trap_infoEMS* sti,
 
 }  // namespace wq
 
-int recv_event(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars) WQEVENTS_NOEXCEPT {
+int recv_event(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars) {
     trap_headerEMS* header = nullptr;
     return recv_event_hdr(ei, sti, vars, &header);
 }
 
 int recv_event_hdr(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars,
-                   trap_headerEMS** th) WQEVENTS_NOEXCEPT {
+                   trap_headerEMS** th) {
     return wq::recv_event_hdr(wq::process_state, ei, sti, vars, th);
 }
 
 int recv_trap(int sd, unsigned char** buf, int trans, struct sockaddr_in* from, socklen_t* fromlen,
-              trap_headerEMS** th) WQEVENTS_NOEXCEPT {
+              trap_headerEMS** th) {
     return wq::recv_trap(wq::process_state, sd, buf, trans, from, fromlen, th);
 }
 
@@ -368,7 +384,7 @@ int get_pdu_len(const unsigned char* data, int32_t* length) WQEVENTS_NOEXCEPT {
     constexpr const char* name = "get_pdu_len";
     constexpr unsigned char long_form = 0x80;
     if (data == nullptr || length == nullptr) {
-        return -1;
+        return wq::fail(EINVAL);
     }
     if (data[0] < long_form) {
         *length = data[0];
@@ -378,12 +394,12 @@ int get_pdu_len(const unsigned char* data, int32_t* length) WQEVENTS_NOEXCEPT {
     if (octets == 0) {
         logger(1, name, "Indefinite lengths are not supported");
         log_trace(name, "Indefinite lengths (%d) are not supported", octets);
-        return -1;
+        return wq::fail(EBADMSG);
     }
     if (octets > static_cast<int>(sizeof *length)) {
         logger(1, name, "Data length is too long");
         log_trace(name, "Data length (%d) is too long", octets);
-        return -1;
+        return wq::fail(EBADMSG);
     }
     *length = octets;
     if (data[1] == 0) {
@@ -398,22 +414,24 @@ void logger(int level, const char* routine, const char* fmt, ...) WQEVENTS_NOEXC
         return;
     }
     const wq::ErrnoKeeper keeper;
+    wq::LogLine line;
+    line.append("%s: ", routine);
     va_list args;
     va_start(args, fmt);
-    std::fprintf(stderr, "%s: ", routine);
-    std::vfprintf(stderr, fmt, args);
-    std::fputc('\n', stderr);
-    std::fflush(stderr);
+    line.vappend(fmt, args);
     va_end(args);
+    line.end_line();
+    wq::write_log(stderr, line.text());
 }
 
-int sendsig(int signo, const char* /*procName*/, const char* pidFile) WQEVENTS_NOEXCEPT {
-    long pid = 0;
-    if (!wq::read_number(pidFile, pid)) {
+int sendsig(int signo, const char* /*procName*/, const char* pidFile) {
+    const wq::Stream file(pidFile == nullptr ? nullptr : std::fopen(pidFile, "re"));
+    int pid = 0;
+    if (!file || !wq::read_number(file.get(), pid)) {
         return 1;
     }
-    if (pid < 1 || pid > INT_MAX) {
+    if (pid < 1) {
         return 1;  // names no process, but to kill() groups of them
     }
-    return kill(static_cast<pid_t>(pid), signo) == -1 && errno == ESRCH ? 1 : 0;
+    return kill(pid, signo) == -1 && errno == ESRCH ? 1 : 0;
 }

@@ -1,3 +1,4 @@
+// Sending traps and events.
 #include "EMS/events/nl_send_event.h"
 
 #include <netdb.h>
@@ -21,6 +22,11 @@ namespace wq {
 namespace {
 
 constinit SendState process_state;
+
+int refuse_arguments() {
+    errno = EINVAL;
+    return -1;
+}
 
 // A system call a trap is dear beside the one that sends it, so the number is kept, on a page that
 // the kernel clears in a child, however that was made: a child never signs with its parent's.
@@ -275,12 +281,12 @@ sockaddr_in inet_address(in_addr_t address, in_port_t port) {
 int send_trap(SendState& state, event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars) {
     WQ_PROGRESS("Beginning of  send_trap().\n");
     if (ei == nullptr || sti == nullptr) {
-        return -1;
+        return refuse_arguments();
     }
     std::array<unsigned char, EMS_TRAP_MAX> buffer;
     int length = static_cast<int>(buffer.size());
     if (snmpBuildTrapEMS(buffer.data(), &length, sti, ei, vars) != 0) {
-        return -1;
+        return refuse_arguments();
     }
     if (send_encoded(state, *ei, {buffer.data(), static_cast<size_t>(length)}, true) != 0) {
         return -1;
@@ -292,7 +298,7 @@ int send_trap(SendState& state, event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpV
 int send_hex_buffer(SendState& state, const event_infoEMS* ei, const unsigned char* bufp,
                     int buflen) {
     if (ei == nullptr || bufp == nullptr || buflen < 0) {
-        return -1;
+        return refuse_arguments();
     }
     return send_encoded(state, *ei, {bufp, static_cast<size_t>(buflen)}, false);
 }
@@ -304,7 +310,7 @@ int send_event(SendState& state, event_infoEMS* ei, int event, const EventTexts&
         WQ_PROGRESS("Beginning of send_event_ex()\n");  // the longest variant logs no other name
     }
     if (ei == nullptr || texts.texts[0] == nullptr) {
-        return -1;
+        return refuse_arguments();
     }
     fill_event_trap(state, *ei, event, texts.count);
     std::array<SnmpVarBindEMS, event_ex_ex_bindings> vars;
@@ -315,23 +321,23 @@ int send_event(SendState& state, event_infoEMS* ei, int event, const EventTexts&
 
 }  // namespace wq
 
-int send_trap(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars) WQEVENTS_NOEXCEPT {
+int send_trap(event_infoEMS* ei, snmp_trap_infoEMS* sti, SnmpVarBindEMS* vars) {
     return wq::send_trap(wq::process_state, ei, sti, vars);
 }
 
-int send_hex_buffer(event_infoEMS* ei, const unsigned char* bufp, int buflen) WQEVENTS_NOEXCEPT {
+int send_hex_buffer(event_infoEMS* ei, const unsigned char* bufp, int buflen) {
     return wq::send_hex_buffer(wq::process_state, ei, bufp, buflen);
 }
 
 int send_event(event_infoEMS* ei, int event, const char* host, const char* descr, const char* data,
-               const char* db) WQEVENTS_NOEXCEPT {
+               const char* db) {
     return wq::send_event(wq::process_state, ei, event,
                           {wq::event_bindings, host, {descr, data, db}});
 }
 
 int send_event_ex(event_infoEMS* ei, int event, const char* host, const char* descr,
                   const char* data, const char* db, const char* selname, const char* ipaddress,
-                  const char* trapspecific) WQEVENTS_NOEXCEPT {
+                  const char* trapspecific) {
     return wq::send_event(
         wq::process_state, ei, event,
         {wq::event_ex_bindings, host, {descr, data, db, selname, ipaddress, trapspecific}});
@@ -339,8 +345,7 @@ int send_event_ex(event_infoEMS* ei, int event, const char* host, const char* de
 
 int send_event_ex_ex(event_infoEMS* ei, int event, const char* host, const char* descr,
                      const char* data, const char* db, const char* selname, const char* ipaddress,
-                     const char* trapspecific, const char* networkAddr,
-                     const char* networkMask) WQEVENTS_NOEXCEPT {
+                     const char* trapspecific, const char* networkAddr, const char* networkMask) {
     return wq::send_event(
         wq::process_state, ei, event,
         {wq::event_ex_ex_bindings,

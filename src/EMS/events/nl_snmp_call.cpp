@@ -1,3 +1,4 @@
+// The request client: attempts, time-outs and their texts.
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <random>
 
 #include <wqevents/client.h>
@@ -17,6 +19,7 @@
 #include <wqevents/trace.h>
 #include <wqplatform.h>
 
+#include "EMS/events/internal/log_target.h"
 #include "EMS/events/nl_asn1.h"
 #include "EMS/events/nl_snmp.h"
 
@@ -45,7 +48,7 @@ struct ClientState {
     sockaddr_in agent{};  // family and port; the address is set before each connect
     std::array<char, 512> text{};
 };
-ClientState clients;
+constinit ClientState clients;
 
 bool traced() {
     return (snmptracemaskEMS & trace_call) != 0;
@@ -53,13 +56,22 @@ bool traced() {
 
 [[gnu::cold]] void say(const char* text) {
     if (traced()) {
-        std::fputs(text, stderr);
+        write_log(stderr, text);
     }
 }
 
-[[gnu::cold]] void say_result(snmp_call_info& client, const char* what) {
+// The format has one "%s".
+[[gnu::cold]] void say_with(const char* format, const char* detail) {
     if (traced()) {
-        std::fprintf(stderr, "%s%s\n", what, snmpcall_error(&client));
+        LogLine line;
+        line.append(format, detail);  // NOLINT(clang-diagnostic-format-nonliteral)
+        write_log(stderr, line.text());
+    }
+}
+
+[[gnu::cold]] void say_result(snmp_call_info& client, const char* format) {
+    if (traced()) {
+        say_with(format, snmpcall_error(&client));
     }
 }
 
@@ -129,15 +141,13 @@ int end_silent_attempt(snmp_call_info& client) {
     if (result == 0) {
         client.is_connected = 1;
     }
-    if (traced()) {
-        std::fprintf(stderr, "returned %d\n", result);
-    }
+    say_with("returned %s\n", result == 0 ? "0" : "-1");
     return result;
 }
 
 int fail_wait(snmp_call_info& client, int error) {
     fail(client, wait_failed, error);
-    say_result(client, "snmp_call(): Select returned error: ");
+    say_result(client, "snmp_call(): Select returned error: %s\n");
     dissolve_if_connected(client);
     return -1;
 }
@@ -163,7 +173,7 @@ int wait_until(snmp_call_info& client, Clock::time_point deadline) {
 
 int fail_receive(snmp_call_info& client, Code code, int error) {
     fail(client, code, error);
-    say_result(client, "snmp_call(): recv_snmp returned error: ");
+    say_result(client, "snmp_call(): recv_snmp returned error: %s\n");
     return -1;
 }
 
@@ -182,6 +192,9 @@ int attempt(snmp_call_info& client, SnmpVarBindEMS* request, SnmpVarBindEMS* res
         }
         if (const int received = snmp_call_recv(&client, response, count); received != 0) {
             return received;
+        }
+        if (Clock::now() >= deadline) {  // a stray answer, however long it took to receive it
+            return end_silent_attempt(client);
         }
     }
 }
@@ -225,6 +238,11 @@ int call_one(snmp_call_info* client, SnmpVarBindEMS* in, SnmpVarBindEMS* out, ui
     return do_array_call(client, in, out, 1, command);
 }
 
+struct Freer {
+    void operator()(snmp_call_info* client) const { std::free(client); }
+};
+using OwnedClient = std::unique_ptr<snmp_call_info, Freer>;
+
 void initialise(snmp_call_info& client, unsigned int timeout, unsigned int retries) {
     client.request.vars = 1;
     client.request.maxvars = bindings_max;
@@ -266,34 +284,31 @@ const CodeText& text_of(int32_t code) {
 }  // namespace
 }  // namespace wq
 
-snmp_call_info* init_snmp_call(unsigned int timeout, unsigned int retries) WQEVENTS_NOEXCEPT {
-    auto* const client = static_cast<snmp_call_info*>(std::calloc(1, sizeof(snmp_call_info)));
+snmp_call_info* init_snmp_call(unsigned int timeout, unsigned int retries) {
+    wq::OwnedClient client(static_cast<snmp_call_info*>(std::calloc(1, sizeof(snmp_call_info))));
     if (client == nullptr) {
         wq::say("ERROR: init_snmp_call(): Out of memory.\n");
         return nullptr;
     }
     client->sd = init_async_snmp();
     if (client->sd < 0) {
-        if (wq::traced()) {
-            std::fprintf(stderr, "ERROR: init_snmp_call(): Could not open socket: %s.\n",
-                         std::strerror(errno));
-        }
-        std::free(client);
+        wq::say_with("ERROR: init_snmp_call(): Could not open socket: %s.\n", std::strerror(errno));
         return nullptr;
     }
     wq::initialise(*client, timeout, retries);
-    return client;
+    return client.release();
 }
 
-void close_snmp_call(snmp_call_info* sci) WQEVENTS_NOEXCEPT {
+void close_snmp_call(snmp_call_info* sci) {
     if (sci != nullptr) {
+        const wq::CancelHeld held;
         close(sci->sd);
         std::free(sci);
     }
 }
 
 int init_snmp_2request(snmp_call_info* sci, uint32_t addr, const unsigned char* community,
-                       int length) WQEVENTS_NOEXCEPT {
+                       int length) {
     if (sci == nullptr || community == nullptr) {
         return -1;
     }
@@ -305,7 +320,7 @@ int init_snmp_2request(snmp_call_info* sci, uint32_t addr, const unsigned char* 
     return 0;
 }
 
-int init_snmp_request(snmp_call_info* sci, uint32_t addr, const char* community) WQEVENTS_NOEXCEPT {
+int init_snmp_request(snmp_call_info* sci, uint32_t addr, const char* community) {
     if (community == nullptr) {
         return -1;
     }
@@ -313,31 +328,27 @@ int init_snmp_request(snmp_call_info* sci, uint32_t addr, const char* community)
                               static_cast<int>(strnlen(community, EMS_COMMUNITY_MAX)));
 }
 
-int getvar(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out) WQEVENTS_NOEXCEPT {
+int getvar(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out) {
     return wq::call_one(sci, in, out, SNMP_GET_REQ);
 }
 
-int getnextvar(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out) WQEVENTS_NOEXCEPT {
+int getnextvar(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out) {
     return wq::call_one(sci, in, out, SNMP_GET_NEXT_REQ);
 }
 
-int getvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out,
-                 int size) WQEVENTS_NOEXCEPT {
+int getvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out, int size) {
     return wq::do_array_call(sci, in, out, size, SNMP_GET_REQ);
 }
 
-int getnextvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out,
-                     int size) WQEVENTS_NOEXCEPT {
+int getnextvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out, int size) {
     return wq::do_array_call(sci, in, out, size, SNMP_GET_NEXT_REQ);
 }
 
-int setvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out,
-                 int size) WQEVENTS_NOEXCEPT {
+int setvar_array(snmp_call_info* sci, SnmpVarBindEMS* in, SnmpVarBindEMS* out, int size) {
     return wq::do_array_call(sci, in, out, size, SNMP_SET_REQ);
 }
 
-int snmp_call(snmp_call_info* sci, SnmpVarBindEMS* request, SnmpVarBindEMS* response,
-              int count) WQEVENTS_NOEXCEPT {
+int snmp_call(snmp_call_info* sci, SnmpVarBindEMS* request, SnmpVarBindEMS* response, int count) {
     if (sci == nullptr || request == nullptr || response == nullptr) {
         return wq::transport_failed;
     }
@@ -355,7 +366,7 @@ int snmp_call(snmp_call_info* sci, SnmpVarBindEMS* request, SnmpVarBindEMS* resp
     return wq::timed_out;
 }
 
-int snmp_call_send(snmp_call_info* sci, SnmpVarBindEMS* request, int count) WQEVENTS_NOEXCEPT {
+int snmp_call_send(snmp_call_info* sci, SnmpVarBindEMS* request, int count) {
     if (sci == nullptr || request == nullptr) {
         return wq::transport_failed;
     }
@@ -376,16 +387,16 @@ int snmp_call_send(snmp_call_info* sci, SnmpVarBindEMS* request, int count) WQEV
             sci->response.errstat = wq::transport_failed;
             break;
     }
-    wq::say_result(*sci, "snmp_call(): send_snmp returned error: ");
+    wq::say_result(*sci, "snmp_call(): send_snmp returned error: %s\n");
     wq::dissolve_if_connected(*sci);
     return sci->response.errstat;
 }
 
-int snmp_call_select(snmp_call_info* sci) WQEVENTS_NOEXCEPT {
+int snmp_call_select(snmp_call_info* sci) {
     return sci == nullptr ? -1 : wq::wait_until(*sci, wq::attempt_deadline(*sci));
 }
 
-int snmp_call_recv(snmp_call_info* sci, SnmpVarBindEMS* response, int count) WQEVENTS_NOEXCEPT {
+int snmp_call_recv(snmp_call_info* sci, SnmpVarBindEMS* response, int count) {
     if (sci == nullptr || response == nullptr) {
         return wq::transport_failed;
     }

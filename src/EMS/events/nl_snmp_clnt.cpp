@@ -1,3 +1,4 @@
+// One exchange with an agent, and the codec of its messages.
 #include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -14,6 +15,7 @@
 #include <wqevents/trace.h>
 
 #include "EMS/events/internal/build_area.h"
+#include "EMS/events/internal/log_target.h"
 #include "EMS/events/nl_asn1.h"
 #include "EMS/events/nl_snmp.h"
 #include "EMS/events/nl_snmp_auth.h"
@@ -33,21 +35,25 @@ constexpr std::ptrdiff_t value_room = EMS_STRING_MAX + 4;
 
 [[gnu::cold]] void say(const char* text) {
     if ((snmptracemaskEMS & trace_request) != 0) {
-        std::fputs(text, stderr);
+        write_log(stderr, text);
     }
 }
 
 [[gnu::cold]] void say_number(const char* format, int number) {
     if ((snmptracemaskEMS & trace_request) != 0) {
         // The formats are this file's own, each with one conversion.
-        std::fprintf(stderr, format, number);  // NOLINT(clang-diagnostic-format-nonliteral)
+        LogLine line;
+        line.append(format, number);  // NOLINT(clang-diagnostic-format-nonliteral)
+        write_log(stderr, line.text());
     }
 }
 
 // The system's error, as perror() tells it.
 [[gnu::cold]] int say_errno(const char* prefix) {
     if ((snmptracemaskEMS & trace_request) != 0) {
-        std::fprintf(stderr, "%s: %s\n", prefix, std::strerror(errno));
+        LogLine line;
+        line.append("%s: %s\n", prefix, std::strerror(errno));
+        write_log(stderr, line.text());
     }
     return -1;
 }
@@ -271,7 +277,9 @@ int receive_packet(int sd, std::span<uint8_t> room) {
     if (dump_packetEMS != 0) {
         std::array<char, INET_ADDRSTRLEN> address{};
         inet_ntop(AF_INET, &from.sin_addr, address.data(), address.size());
-        std::printf("received %zd bytes from %s:\n", received, address.data());
+        LogLine line;
+        line.append("received %zd bytes from %s:\n", received, address.data());
+        write_log(stdout, line.text(), Flush::no);
         dump_packet(room.first(static_cast<std::size_t>(received)));
     }
     return static_cast<int>(received);
@@ -288,7 +296,7 @@ bool is_answer(const snmp_info& request, const snmp_info& response) {
 }  // namespace wq
 
 int send_request(int sd, struct sockaddr_in* agent, snmp_info* request, snmp_info* response,
-                 SnmpVarBindEMS* request_vars, SnmpVarBindEMS* response_vars) WQEVENTS_NOEXCEPT {
+                 SnmpVarBindEMS* request_vars, SnmpVarBindEMS* response_vars) {
     if (agent == nullptr || request == nullptr || response == nullptr || request_vars == nullptr ||
         response_vars == nullptr) {
         return -1;
