@@ -448,6 +448,23 @@ TEST(TreeByHand, ATreeTakenOutIsFreedByItself) {
     EXPECT_EQ(tree.name("500.1"), Name());
 }
 
+/* The first child stays, so that only the free can tell that what is known of the chain is old. */
+TEST(TreeByHand, ANodeFreedAfterTheFirstIsForgotten) {
+    for (const uint32_t gone : {2U, 500U, many - 1, many}) {
+        Tree tree;
+        insert_children(tree, numbers(many));
+        ASSERT_EQ(tree.name(std::to_string(gone)), child_name(gone));
+        oidnode** link = link_of(tree.root, gone);
+        oidnode* node = *link;
+        *link = node->sib;
+        node->sib = nullptr;
+        oidFreeTree(node);
+        EXPECT_EQ(tree.name(std::to_string(gone)), Name()) << gone;
+        insert_children(tree, {gone});
+        expect_children(tree, numbers(many));
+    }
+}
+
 TEST(TreeByHand, OneThatDoesNotAscendIsWalkedAsItIs) {
     Tree tree(newOidNode(0));
     for (const uint32_t val : numbers(100)) {
