@@ -1,9 +1,9 @@
 /*
  * The tree of names for object identifiers, read from the file "oid_to_label".
  *
- * Two kinds of line: a local mapping, "name" = OID, names the beginning of an identifier that later
- * lines refer to as ${name}; any other line, OID = "name", names one identifier, or a range of them
- * where the OID holds x(first..last). '#' begins a comment, a trailing backslash continues a line.
+ * Two kinds of line: a local mapping, "name"=OID, names the beginning of an identifier that later
+ * lines refer to as ${name}; any other line, OID="name", names one identifier, or a range of them
+ * where the OID holds x(first..last). No blank stands beside the equals sign. '#' begins a comment, a trailing backslash continues a line.
  * Malformed lines are skipped, no messages are issued. State is process-wide, for one thread at a
  * time.
  *

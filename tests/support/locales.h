@@ -86,19 +86,21 @@ class BuiltLocales {
     BuiltLocales& operator=(const BuiltLocales&) = delete;
 
     /* The folder of the locale, for LOCPATH; empty where it cannot be built. */
-    std::string folder(const TwoByteEncoding& encoding) {
-        const auto [entry, is_new] = is_built_.try_emplace(encoding.name, false);
+    std::string folder(const std::string& name, const std::string& input,
+                       const std::string& charmap) {
+        const auto [entry, is_new] = is_built_.try_emplace(name, false);
         if (is_new) {
-            entry->second = build(encoding);
+            entry->second = build(name, input, charmap);
         }
         return entry->second ? folder_ : std::string();
     }
 
   private:
-    bool build(const TwoByteEncoding& encoding) const {
-        const std::string command = std::string("localedef --no-archive --no-warnings=ascii -i ") +
-                                    encoding.input + " -f " + encoding.charmap + " '" + folder_ +
-                                    "/" + encoding.name + "' >/dev/null 2>&1";
+    bool build(const std::string& name, const std::string& input,
+               const std::string& charmap) const {
+        const std::string command = "localedef --no-archive --no-warnings=ascii -i " + input +
+                                    " -f " + charmap + " '" + folder_ + "/" + name +
+                                    "' >/dev/null 2>&1";
         return std::system(command.c_str()) == 0;
     }
 
@@ -107,9 +109,13 @@ class BuiltLocales {
     std::map<std::string, bool> is_built_;
 };
 
-inline std::string built_locale_folder(const TwoByteEncoding& encoding) {
+inline BuiltLocales& built_locales() {
     static BuiltLocales locales;
-    return locales.folder(encoding);
+    return locales;
+}
+
+inline std::string built_locale_folder(const TwoByteEncoding& encoding) {
+    return built_locales().folder(encoding.name, encoding.input, encoding.charmap);
 }
 
 /* A two-byte encoding as the locale of the character classes for as long as the object lives. */

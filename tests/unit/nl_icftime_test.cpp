@@ -5,6 +5,7 @@
 
 #include <array>
 #include <clocale>
+#include <cstdlib>
 #include <limits>
 #include <string>
 
@@ -142,6 +143,29 @@ TEST(EventTimeText, IsNotKeptWhenTheLocaleChanges) {
         EXPECT_EQ(wq::event_time_text(moment), text);
     }
     EXPECT_EQ(wq::event_time_text(moment), "Sat Nov 21 10:12:45 2026");
+}
+
+/* German and Austrian: the same names of the days, another January. */
+TEST(EventTimeText, IsNotKeptWhenOnlyTheMonthsChange) {
+    const std::string folder = wq::test::built_locales().folder("de_DE.UTF-8", "de_DE", "UTF-8");
+    if (folder.empty() ||
+        wq::test::built_locales().folder("de_AT.UTF-8", "de_AT", "UTF-8").empty()) {
+        ASSERT_EQ(std::getenv("CI"), nullptr) << "no locale can be built (Debian: package locales)";
+        GTEST_SKIP() << "no locale can be built (Debian: package locales)";
+    }
+    constexpr std::time_t january = 1768471965; /* Thu Jan 15 10:12:45 2026 in UTC */
+    const EnvValue search("LOCPATH", folder);
+    const EnvValue zone("TZ", "UTC0");
+    for (int round = 0; round < 2; ++round) {
+        {
+            const TimeLocale german("de_DE.UTF-8");
+            ASSERT_TRUE(german.is_set());
+            EXPECT_EQ(wq::event_time_text(january), "Do Jan 15 10:12:45 2026");
+        }
+        const TimeLocale austrian("de_AT.UTF-8");
+        ASSERT_TRUE(austrian.is_set());
+        EXPECT_EQ(wq::event_time_text(january), "Do J\u00e4n 15 10:12:45 2026");
+    }
 }
 
 }  // namespace

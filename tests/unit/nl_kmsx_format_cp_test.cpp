@@ -169,6 +169,22 @@ std::vector<Row> rows() {
         {"a text as a detail",
          {cause(0x33A0), encoding(17), identifier(0x10), t("13.3.1.4", "abc")},
          "User A0 Id 10 abc"},
+        {"a text up to its NUL, and all that follows it",
+         {t("3.1.1.3", std::string_view("31\0 74", 6)), t("3.1.1.4", std::string_view("\0", 1)),
+          t("3.1.1.5", "Essen")},
+         "\nMachine Type: 31\nModel Number: \nPlant of Manufacture: Essen"},
+        {"self-defining data up to a NUL",
+         {n("7.2.1.2", 0x10), n("7.2.1.3", 17), t("7.2.1.4", std::string_view("ab\0c", 4)),
+          n("7.2.1.2", 0x11), t("7.2.1.4", "d")},
+         "Id 10 abId 11 d"},
+        {"detailed data up to a NUL",
+         {n("17.1.1.2", 0x10), n("17.1.1.3", 17), t("17.1.1.4", std::string_view("ab\0c", 4)),
+          n("17.1.1.2", 0x11), t("17.1.1.4", "d")},
+         "Id 10 ab\nId 11 d"},
+        {"a detail up to a NUL",
+         {cause(0x33A0), action(0x20A0), encoding(17), identifier(0x10),
+          t("13.3.1.4", std::string_view("ab\0c", 4)), t("13.3.1.4", "d")},
+         "User A0 Id 10 ab\nRecommended Actions: Act A Id 10 d"},
         {"other parts of the subvector", {n("13.1.1.2", 1), n("13.4", 2), n("13", 3)}, ""},
         {"up to a foreign binding",
          {n("11.3", 0xA001), n("12.1.1.1", 0xFE00), n("11.3", 0xA002)},
@@ -243,6 +259,15 @@ TEST_F(Alert, LengthsBeyondTheArraysCountAsTheirs) {
     SnmpVarBindEMS text = t("3.1.1.3", std::string(EMS_STRING_MAX, 'x'));
     text.val_len = 0xFFFFFFFF;
     EXPECT_EQ(rendered({text}), "\nMachine Type: " + std::string(EMS_STRING_MAX, 'x'));
+}
+
+/* What stands in the record after the text is none of it. */
+TEST_F(Alert, TextsEndAtTheirLength) {
+    SnmpVarBindEMS text = t("3.1.1.3", "abcdef");
+    text.val_len = 3;
+    EXPECT_EQ(rendered({text}), "\nMachine Type: abc");
+    text.val_len = 0;
+    EXPECT_EQ(rendered({text}), "\nMachine Type: ");
 }
 
 /* ---- the renderers by themselves */

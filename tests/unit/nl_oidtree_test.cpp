@@ -290,6 +290,36 @@ TEST(FindOidInTree, TakesTheFirstInDepth) {
     EXPECT_EQ(findOidInTree(nullptr, "twice"), nullptr);
 }
 
+/* A program may hold on to a result; longer ones that follow do not free it. */
+TEST(FindOidInTree, TheTextStaysReadable) {
+    Tree tree;
+    std::string path = "1";
+    std::vector<const char*> results;
+    for (int depth = 1; depth <= 60; ++depth) {
+        tree.insert(path, "at " + std::to_string(depth));
+        results.push_back(findOidInTree(tree.root, ("at " + std::to_string(depth)).c_str()));
+        EXPECT_STREQ(results.back(), path.c_str());
+        path += ".1";
+    }
+    /* No identifier's text has room for these; a tree made by hand does. */
+    oidnode* node = tree.root;
+    for (int depth = 0; depth < 2000; ++depth) {
+        oidnode*& below = node->child;
+        if (below == nullptr) {
+            below = node_by_hand(1, nullptr);
+        }
+        node = below;
+    }
+    node->data = buildOidData("deep");
+    const char* deep = findOidInTree(tree.root, "deep");
+    ASSERT_NE(deep, nullptr);
+    EXPECT_EQ(std::strlen(deep), 2 * 2000 - 1U);
+    for (const char* result : results) {
+        EXPECT_EQ(*result, '1');
+        EXPECT_LE(std::strlen(result), 2 * 2000 - 1U);
+    }
+}
+
 TEST(FindOidInTree, FindsANameWithoutATerminator) {
     Tree tree;
     oidnode* node = tree.insert("1", "");
@@ -446,6 +476,23 @@ TEST(TreeByHand, ATreeTakenOutIsFreedByItself) {
     insert_children(tree, numbers(many));
     expect_children(tree, numbers(many));
     EXPECT_EQ(tree.name("500.1"), Name());
+}
+
+/* The first child stays, so that only the free can tell that what is known of the chain is old. */
+TEST(TreeByHand, ANodeFreedAfterTheFirstIsForgotten) {
+    for (const uint32_t gone : {2U, 500U, many - 1, many}) {
+        Tree tree;
+        insert_children(tree, numbers(many));
+        ASSERT_EQ(tree.name(std::to_string(gone)), child_name(gone));
+        oidnode** link = link_of(tree.root, gone);
+        oidnode* node = *link;
+        *link = node->sib;
+        node->sib = nullptr;
+        oidFreeTree(node);
+        EXPECT_EQ(tree.name(std::to_string(gone)), Name()) << gone;
+        insert_children(tree, {gone});
+        expect_children(tree, numbers(many));
+    }
 }
 
 TEST(TreeByHand, OneThatDoesNotAscendIsWalkedAsItIs) {

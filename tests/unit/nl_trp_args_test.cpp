@@ -9,6 +9,7 @@
 
 #include "EMS/events/nl_trp_format.h"
 #include "support/formatting.h"
+#include "support/random.h"
 
 namespace {
 
@@ -454,6 +455,46 @@ TEST(AppendMessage, ATranslationCannotReadWhatIsNotThere) {
     EXPECT_EQ(message("%d", {file}), "%d");
     EXPECT_EQ(message("none", {seven}), "none");
     EXPECT_EQ(message("", {}), "");
+}
+
+TEST(AppendMessage, ATranslationMayNumberItsConversions) {
+    const auto one = wq::message_number(1);
+    const auto two = wq::message_number(2);
+    const auto file = wq::message_text("file");
+    EXPECT_EQ(message("%2$d after %1$d", {one, two}), "2 after 1");
+    EXPECT_EQ(message("%1$d, %1$d, %2$d", {one, two}), "1, 1, 2");
+    EXPECT_EQ(message("%2$s: %1$d%%", {one, file}), "file: 1%");
+    EXPECT_EQ(message("%2$d %d", {one, two}), "2 1") << "a number does not count on";
+}
+
+TEST(AppendMessage, ANumberedConversionOfNothingStays) {
+    const auto one = wq::message_number(1);
+    const auto file = wq::message_text("file");
+    for (const char* text : {"%2$d", "%9$d", "%0$d", "%1$s", "%1$n", "%1$", "%1", "%", "%1$*2$d",
+                             "%10$d", "%-1$d", "%1$5d", "%1$ld", "%%1$d", "%$d", "%1$%"}) {
+        const std::string whole = text;
+        EXPECT_EQ(message(whole, {one}), whole == "%%1$d" ? "%1$d" : whole);
+    }
+    EXPECT_EQ(message("%1$d", {file}), "%1$d");
+    EXPECT_EQ(message("%1$d %2$s", {}), "%1$d %2$s");
+}
+
+TEST(AppendMessage, NoTextReadsOrWritesBeyondWhatIsThere) {
+    const std::vector<wq::MessageArgument> arguments = {wq::message_number(-2147483648LL),
+                                                        wq::message_text("file")};
+    constexpr std::string_view alphabet = "%12$dsn*%";
+    Random random;
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<char> text(random.between(0, 12));
+        for (char& c : text) {
+            c = alphabet[random.between(0, alphabet.size() - 1)];
+        }
+        const ExactArray<char> exact{std::span<const char>(text)};
+        ExactArray<char> buffer(random.between(1, 20));
+        wq::TextSink sink(buffer.data(), buffer.size());
+        wq::append_message(sink, {exact.data(), exact.size()}, arguments.data(), arguments.size());
+        ASSERT_LT(strnlen(buffer.data(), buffer.size()), buffer.size()) << random.name();
+    }
 }
 
 }  // namespace

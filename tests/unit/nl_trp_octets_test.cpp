@@ -356,6 +356,24 @@ std::string count_line(const std::string& count, const std::string& length) {
 
 using Lines = std::vector<std::string>;
 
+/* The separators of lines and paragraphs are white space that no printer shows, the wide blank is
+ * white space that is printable: none counts as unprintable, unless it is judged strictly. */
+TEST(FormatOctetString, TakesTheSeparatorsOfLinesForWhiteSpace) {
+    const CtypeLocale locale(wq::test::utf8_locale);
+    ASSERT_TRUE(locale.is_set());
+    ASSERT_TRUE(std::iswspace(0x2028) != 0 && std::iswprint(0x2028) == 0);
+    for (const std::string separator : {"\u2028", "\u2029", "\u2003"}) {
+        for (const std::string& text : {separator, "a" + separator, "a" + separator + "b"}) {
+            const Bytes octets(text.begin(), text.end());
+            EXPECT_EQ(rendered(octets, 100, text.size()), text + '\0') << in_hex(text);
+            EXPECT_EQ(traced(octets), Lines{});
+            const Strict strict(true);
+            const std::string hex = "0x" + in_hex(text);
+            EXPECT_EQ(rendered(octets, 100, hex.size()), hex + '\0');
+        }
+    }
+}
+
 TEST(FormatOctetString, TracesWhyItIsHexadecimal) {
     EXPECT_EQ(traced({'a', ' ', 'b'}), Lines{});
     EXPECT_EQ(traced({'a', 1, 'b'}), Lines{unprintable_line("01")});

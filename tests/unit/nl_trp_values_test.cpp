@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "support/exact_block.h"
+#include "support/locales.h"
 #include "support/random.h"
 #include "support/traps.h"
 #include "support/vectors.h"
@@ -52,6 +53,7 @@ namespace {
 
 using wq::test::binding;
 using wq::test::binding_from_text;
+using wq::test::CtypeLocale;
 using wq::test::ExactArray;
 using wq::test::number_binding;
 using wq::test::objid_binding;
@@ -292,6 +294,56 @@ TEST_F(Values, ObjectIdentifiersByNameOrInNumbers) {
         EXPECT_EQ(objid(oid, static_cast<int>(wq::test::number(row[1])), size), row[5]);
         free_all_info();
     }
+}
+
+/* "Caf\u00e9" has four characters and five bytes, or five characters in a locale of single bytes.
+ */
+TEST_F(Values, ObjectIdentifiersGoOnAfterTheCharactersOfTheName) {
+    const std::string name = "Caf\xc3\xa9";
+    const Oid oid{1, 3, 6, 1, 4, 1, 99, 1};
+    configure({1, 3, 6, 1, 4, 1, 99}, name);
+    EXPECT_EQ(objid(oid, 1), name + ".1.99.1");
+    const CtypeLocale locale(wq::test::utf8_locale);
+    ASSERT_TRUE(locale.is_set());
+    EXPECT_EQ(objid(oid, 1), name + ".4.1.99.1");
+    /* What has to fit is counted in bytes: six before a sub-identifier. */
+    EXPECT_EQ(objid(oid, 1, 10), name + ".");
+    EXPECT_EQ(objid(oid, 1, 12), name + ".4.");
+    free_all_info();
+    configure({1, 3, 6, 1, 4, 1, 99}, "\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9");
+    EXPECT_EQ(objid(oid, 1),
+              "\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9"
+              "1");
+    EXPECT_EQ(objid(oid, 1, 15), "1.3.6.1.4.") << "name and dot need fifteen beside the terminator";
+    free_all_info();
+    configure({1, 3, 6, 1, 4, 1, 99}, "ab\xc3");
+    EXPECT_EQ(objid(oid, 1), "ab\xc3.1.4.1.99.1") << "what is no character counts as one";
+}
+
+TEST_F(Values, ObjectIdentifiersGoOnAfterTheCharactersOfTwoBytes) {
+    REQUIRE_TWO_BYTE_LOCALE(locale);
+    const std::string name = std::string("ab") + locale.encoding().backslash;
+    configure({1, 3, 6, 1, 4, 1, 99}, name);
+    EXPECT_EQ(objid({1, 3, 6, 1, 4, 1, 99, 1}, 1), name + ".1.4.1.99.1");
+}
+
+TEST_F(Values, NamesOfTheMibAreCountedInCharacters) {
+    const CtypeLocale locale(wq::test::utf8_locale);
+    ASSERT_TRUE(locale.is_set());
+    /* The last of the 22 characters that are dropped is one of two bytes. */
+    mib_name = ".iso.org.dod.internet\u00e9mgmt.x";
+    EXPECT_EQ(objid({1, 2}, 1), "mgmt.x");
+    /* 22 characters in 23 bytes are not more than 22. */
+    mib_name = ".iso.org.dod.internet\u00e9";
+    EXPECT_EQ(objid({1, 2}, 1), mib_name);
+    mib_name = ".iso.org.dod.internet.\u00e9";
+    EXPECT_EQ(objid({1, 2}, 1), "1.2") << "one character is no name";
+    const std::string ten = "b\u00e9bbbbbbb.";
+    const std::string fifty = ten + ten + ten + ten + "a\u00e9aaaaaaaa";
+    mib_name = ".iso.org.dod.internet." + fifty;
+    EXPECT_EQ(objid({1, 2}, 1), fifty);
+    mib_name = ".iso.org.dod.internet.x" + fifty;
+    EXPECT_EQ(objid({1, 2}, 1), fifty.substr(ten.size()));
 }
 
 TEST_F(Values, ObjectIdentifiersNeverPassTheRoom) {

@@ -34,8 +34,8 @@ inline bool parse_header(ber::Reader& reader, ber::Item& item) {
 }
 
 // The value of an item already read.
-inline bool parse_integer_value(const ber::Item& item, const uint8_t* end, int32_t& value) {
-    const ber::Error error = ber::integer_value(item, end, value);
+inline bool parse_integer_value(const ber::Item& item, int32_t& value) {
+    const ber::Error error = ber::integer_value(item, value);
     if (error != ber::Error::none) {
         report_integer(error, item);
     }
@@ -49,7 +49,7 @@ inline bool parse_integer(ber::Reader& reader, int32_t& value) {
         report_integer(error, item);
         return false;
     }
-    return parse_integer_value(item, reader.end(), value);
+    return parse_integer_value(item, value);
 }
 
 // Whether the value of an item already read fits `capacity` bytes.

@@ -55,7 +55,7 @@ struct EventTime {
     int month = 0;
 };
 
-EventTime event_time;
+constinit EventTime event_time;
 
 const char* zone_name() {
     const char* zone = std::getenv("TZ");

@@ -2,9 +2,7 @@
 #include <array>
 #include <clocale>
 #include <cstring>
-#include <exception>
 #include <span>
-#include <string>
 #include <string_view>
 
 #include <wqevents/alerts.h>
@@ -50,12 +48,14 @@ int number_in(const SnmpVarBindEMS& binding) {
     return is_text(binding) || binding.type == ASN_OBJID09 ? 0 : binding.val.integer;
 }
 
+// A text ends at its first NUL: what follows it, the rest of the alert included, is read as a C
+// string.
 std::string_view text_in(const SnmpVarBindEMS& binding) {
     if (!is_text(binding)) {
         return {};
     }
-    const auto length = std::min<std::size_t>(binding.val_len, EMS_STRING_MAX);
-    return {reinterpret_cast<const char*>(binding.val.string), length};
+    const auto* const text = reinterpret_cast<const char*>(binding.val.string);
+    return {text, strnlen(text, std::min<std::size_t>(binding.val_len, EMS_STRING_MAX))};
 }
 
 // The bindings of one subvector, from the starting one on.
@@ -130,14 +130,16 @@ struct Detail {
 
 // ---- causes and their recommended actions
 
+constexpr std::array<uint32_t, 3> action{2, 1, 1};
+
 struct Causes {
     TextSink out;
     int set;
     bool first = true;
-    int items_of_causes = 0;   // detail values that the causes still expect
-    std::string actions = {};  // not written yet
-    bool has_actions = false;
+    int items_of_causes = 0;  // detail values that the causes still expect
     int items_of_actions = 0;
+    bool has_actions = false;                      // that are not written yet
+    std::span<const SnmpVarBindEMS> pending = {};  // the bindings among which they are
     Detail detail = {};
 };
 
@@ -149,44 +151,44 @@ void add_cause(Causes& state, int code_point) {
 }
 
 void add_action(Causes& state, int code_point) {
-    if (state.actions.size() < state.out.room()) {  // more would not be shown anyway
-        state.actions.append(state.has_actions ? "\n" : "");
-        state.actions.append(codeptstr(actions_set, code_point));
-    }
     state.has_actions = true;
     state.items_of_actions += items_of_code_point(static_cast<uint32_t>(code_point));
 }
 
-void write_actions(Causes& state) {
+// Writes the actions that came before the binding `next`.
+void write_actions(Causes& state, const Subvector& in, std::size_t next) {
+    const std::size_t start = in.bindings.size() - state.pending.size();
     if (state.has_actions) {
         state.out.append(actions_caption);
-        state.out.append(std::string_view(state.actions));
-        state.actions.clear();
+        append_code_points(state.out, {state.pending.first(next - start), in.prefix}, actions_set,
+                           action);
         state.has_actions = false;
     }
+    state.pending = in.bindings.subspan(next);
 }
 
-void add_detail(Causes& state, const SnmpVarBindEMS& binding) {
+void add_detail(Causes& state, const Subvector& in, std::size_t index) {
     int& expected = state.items_of_causes > 0 ? state.items_of_causes : state.items_of_actions;
     if (state.items_of_causes == 0) {
-        write_actions(state);
+        write_actions(state, in, index);
     }
     if (expected > 0) {
         --expected;
         state.out.append(' ');
         state.out.append(std::string_view(codeptstr(data_identifiers, state.detail.identifier)));
         state.out.append(' ');
-        append_value(state.out, state.detail.encoding, binding);
+        append_value(state.out, state.detail.encoding, in.bindings[index]);
     }
 }
 
 void append_causes(Causes& state, const Subvector& in) {
     constexpr std::array<uint32_t, 3> cause{1, 1, 1};
-    constexpr std::array<uint32_t, 3> action{2, 1, 1};
     constexpr std::array<uint32_t, 3> identifier{3, 1, 2};
     constexpr std::array<uint32_t, 3> encoding{3, 1, 3};
     constexpr std::array<uint32_t, 3> value{3, 1, 4};
-    for (const SnmpVarBindEMS& binding : in.bindings) {
+    state.pending = in.bindings;
+    for (std::size_t i = 0; i < in.bindings.size(); ++i) {
+        const SnmpVarBindEMS& binding = in.bindings[i];
         if (is_under(in, binding, cause)) {
             add_cause(state, number_in(binding));
         } else if (is_under(in, binding, action)) {
@@ -196,10 +198,10 @@ void append_causes(Causes& state, const Subvector& in) {
         } else if (is_under(in, binding, identifier)) {
             state.detail.identifier = number_in(binding);
         } else if (is_under(in, binding, value)) {
-            add_detail(state, binding);
+            add_detail(state, in, i);
         }
     }
-    write_actions(state);
+    write_actions(state, in, in.bindings.size());
 }
 
 // ---- dispatch
@@ -293,12 +295,8 @@ void formatsv(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svo
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }
-    try {
-        wq::Causes state{wq::sink_behind(buffer, buflen), set};
-        wq::append_causes(state, wq::subvector_at(var, svoid, svoid_bytes, count, index));
-    } catch (const std::exception&) {  // no memory for the actions: they are left out
-        return;
-    }
+    wq::Causes state{wq::sink_behind(buffer, buflen), set};
+    wq::append_causes(state, wq::subvector_at(var, svoid, svoid_bytes, count, index));
 }
 
 void formatsvga(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,

@@ -1,16 +1,20 @@
 #include <wqevents/names.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <forward_list>
 #include <new>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/oid_lines.h"
 #include "EMS/events/internal/sibling_index.h"
 #include "EMS/events/internal/text_scan.h"
@@ -34,10 +38,24 @@ constexpr int ent_oid_max = sizeof(local_map::ent_oid) / sizeof(std::uint32_t);
 
 struct NameTrees {
     SiblingIndexes indexes;
-    std::string found;  // the last result of findOidInTree()
+    std::forward_list<std::string> found;  // results of findOidInTree(), the last one first
     bool has_dumped = false;
 };
-NameTrees trees;
+
+NameTrees& trees() {
+    return lasting<NameTrees>();
+}
+
+// The text as a result that stays readable: the next one overwrites it, but never frees it.
+char* keep_found(NameTrees& of, const std::string& text) {
+    constexpr std::size_t least_capacity = 256;
+    if (of.found.empty() || of.found.front().capacity() < text.size()) {
+        std::string longer;
+        longer.reserve(std::max(2 * text.size(), least_capacity));
+        of.found.push_front(std::move(longer));
+    }
+    return of.found.front().assign(text).data();
+}
 
 struct SubIdentifier {
     std::uint32_t value = 0;
@@ -137,7 +155,7 @@ Place find_place(oidnode* parent, std::uint32_t val) {
     if (has_arrived(*link, val)) {
         return {link, *link};
     }
-    const SiblingIndex* index = trees.indexes.find(parent);
+    const SiblingIndex* index = trees().indexes.find(parent);
     if (index == nullptr) {
         return walk_to_end(link, val);
     }
@@ -146,7 +164,7 @@ Place find_place(oidnode* parent, std::uint32_t val) {
         return place;
     }
     // More nodes were linked in by hand than are worth walking a second time.
-    index = trees.indexes.build(parent);
+    index = trees().indexes.build(parent);
     return index == nullptr ? walk_to_end(place.link, val)
                             : place_by_index(*index, place.link, val);
 }
@@ -171,8 +189,8 @@ oidnode* find_or_add_child(oidnode* parent, std::uint32_t val) {
     }
     node->sib = place.node;
     *place.link = node;
-    if (!trees.indexes.add(parent, node) && is_long_chain(parent->child)) {
-        trees.indexes.build(parent);
+    if (!trees().indexes.add(parent, node) && is_long_chain(parent->child)) {
+        trees().indexes.build(parent);
     }
     return node;
 }
@@ -282,13 +300,13 @@ void oidFree(oidnode* first) {
             next->sib = node;
         } else {
             next = node->sib;
-            trees.indexes.forget(node);
+            trees().indexes.forget(node);
             std::free(node->data);
             std::free(node);
         }
         node = next;
     }
-    trees.indexes.outdate();
+    trees().indexes.outdate();
 }
 
 }  // namespace wq
@@ -342,8 +360,9 @@ char* findOidInTree(oidnode* root, const char* name) WQEVENTS_NOEXCEPT {
         return nullptr;
     }
     try {
-        std::string& found = wq::trees.found;
-        return wq::iFindOidInTree(root->child, name, found) ? found.data() : nullptr;
+        std::string path;
+        return wq::iFindOidInTree(root->child, name, path) ? wq::keep_found(wq::trees(), path)
+                                                           : nullptr;
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -353,9 +372,9 @@ void dumpOidTree(oidnode* root, char* line) WQEVENTS_NOEXCEPT {
     if (root == nullptr) {
         return;
     }
-    if (!wq::trees.has_dumped) {
+    if (!wq::trees().has_dumped) {
         std::fputs("Exposed mappings:\n", stdout);
-        wq::trees.has_dumped = true;
+        wq::trees().has_dumped = true;
     }
     try {
         wq::for_each_name(root->child, [&](const wq::Trail& trail) {
@@ -380,7 +399,7 @@ oidnode* newOidNode(uint32_t val) WQEVENTS_NOEXCEPT {
     if (node != nullptr) {
         node->val = val;
         // A tree that its owner freed by hand may have had a node here.
-        wq::trees.indexes.forget(node);
+        wq::trees().indexes.forget(node);
     }
     return node;
 }

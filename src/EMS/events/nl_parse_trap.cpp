@@ -108,7 +108,7 @@ bool parse_fields(Reader& reader, snmp_trap_infoEMS& trap) {
     return true;
 }
 
-bool parse_value(const Item& value, const uint8_t* end, SnmpVarBindEMS& binding) {
+bool parse_value(const Item& value, SnmpVarBindEMS& binding) {
     const bool fits = value.contents + value.length - value.start <= value_room;
     switch (value.type) {
         case ASN_INTEGER09:
@@ -120,7 +120,7 @@ bool parse_value(const Item& value, const uint8_t* end, SnmpVarBindEMS& binding)
             if (!fits) {
                 report_integer(Error::short_item, value);
             }
-            return (fits && parse_integer_value(value, end, binding.val.integer)) ||
+            return (fits && parse_integer_value(value, binding.val.integer)) ||
                    fail("varbind int parse error");
         case ASN_OCTETSTR09:
         case ASN_OPAQUE09:
@@ -154,7 +154,7 @@ bool parse_next_binding(Reader& list, SnmpVarBindEMS& binding) {
         return fail("invalid type");
     }
     binding.type = value.type;
-    return parse_value(value, list.end(), binding);
+    return parse_value(value, binding);
 }
 
 // `oid` has at least as many sub-identifiers as the notification address.

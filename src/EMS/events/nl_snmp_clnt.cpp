@@ -182,7 +182,7 @@ bool parse_fields(Reader& reader, snmp_info& response) {
 }
 
 // A value that does not decode is passed over: the binding then holds none.
-void parse_value(const Item& value, const uint8_t* end, SnmpVarBindEMS& binding) {
+void parse_value(const Item& value, SnmpVarBindEMS& binding) {
     const bool fits = value.contents + value.length - value.start <= value_room;
     binding.val_len = 0;
     switch (value.type) {
@@ -193,7 +193,7 @@ void parse_value(const Item& value, const uint8_t* end, SnmpVarBindEMS& binding)
         case ASN_COUNTER09:
         case ASN_GAUGE09:
         case ASN_TIMETICKS09:
-            if (fits && parse_integer_value(value, end, binding.val.integer)) {
+            if (fits && parse_integer_value(value, binding.val.integer)) {
                 binding.val_len = sizeof binding.val.integer;
             }
             break;
@@ -226,7 +226,7 @@ bool parse_bindings(Reader& list, snmp_info& response, SnmpVarBindEMS* vars) {
             return fail("snmp_parse: parse error 80\n");
         }
         binding.type = value.type;
-        parse_value(value, list.end(), binding);
+        parse_value(value, binding);
     }
     response.vars = counted;
     return true;

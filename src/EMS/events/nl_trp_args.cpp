@@ -440,6 +440,35 @@ std::string_view say_too_long(TextSink& sink, std::size_t size, std::size_t leng
     return sink.text();
 }
 
+// What a message has at a percent sign: "%d", "%2$s", "%%". Only numbers from 1 to 9 occur: no
+// message has more arguments.
+struct Conversion {
+    std::string_view text;
+    char letter = '\0';
+    std::size_t argument = 0;  // from 0
+    bool is_numbered = false;
+};
+
+// `message` begins with a percent sign, or is empty; `next` is the argument that a conversion
+// without a number takes.
+Conversion read_conversion(std::string_view message, std::size_t next) {
+    constexpr std::size_t numbered_size = 4;
+    if (message.size() >= numbered_size && message[1] >= '1' && message[1] <= '9' &&
+        message[2] == '$') {
+        return {message.substr(0, numbered_size), message[3],
+                static_cast<std::size_t>(message[1] - '1'), true};
+    }
+    return {message.substr(0, 2), message.size() > 1 ? message[1] : '\0', next, false};
+}
+
+void append_message_argument(TextSink& sink, const MessageArgument& argument) {
+    if (argument.is_number) {
+        sink.append_decimal(argument.number);
+    } else {
+        sink.append(argument.text);
+    }
+}
+
 }  // namespace
 
 void append_message(TextSink& sink, std::string_view message, const MessageArgument* arguments,
@@ -449,17 +478,15 @@ void append_message(TextSink& sink, std::string_view message, const MessageArgum
         const std::size_t run = std::min(message.find('%'), message.size());
         sink.append(message.substr(0, run));
         message.remove_prefix(run);
-        const std::string_view conversion = message.substr(0, 2);
-        const bool is_argument =
-            next < count && conversion == (arguments[next].is_number ? "%d" : "%s");
-        if (!is_argument) {
-            sink.append(conversion == "%%" ? "%" : conversion);
-        } else if (arguments[next].is_number) {
-            sink.append_decimal(arguments[next++].number);
+        const Conversion conversion = read_conversion(message, next);
+        if (conversion.argument < count &&
+            conversion.letter == (arguments[conversion.argument].is_number ? 'd' : 's')) {
+            append_message_argument(sink, arguments[conversion.argument]);
+            next += conversion.is_numbered ? 0 : 1;
         } else {
-            sink.append(arguments[next++].text);
+            sink.append(conversion.text == "%%" ? "%" : conversion.text);
         }
-        message.remove_prefix(conversion.size());
+        message.remove_prefix(conversion.text.size());
     }
 }
 

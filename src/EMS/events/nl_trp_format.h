@@ -25,9 +25,10 @@ inline int binding_count(const snmp_trap_infoEMS& trap) {
 inline constexpr uint32_t threshold_enterprise_length = 11;
 bool is_threshold_enterprise(const uint32_t* enterprise);
 
-// Appends a text of the message catalogue, "%s" and "%d" replaced by the arguments in their order.
-// An argument of the wrong kind, or one too many asked for, leaves the conversion as it stands: a
-// catalogue never makes the library read what is not there.
+// Appends a text of the message catalogue, "%s" and "%d" replaced by the arguments in their order,
+// "%1$s" and "%2$d" by those of their numbers. An argument of the wrong kind, or one that there is
+// not, leaves the conversion as it stands: a catalogue never makes the library read what is not
+// there.
 struct MessageArgument {
     std::string_view text;
     int64_t number;

@@ -2,7 +2,9 @@
 #include <wqevents/formatter.h>
 #include <wqplatform.h>
 
+#include <algorithm>
 #include <array>
+#include <cwchar>
 
 #include "EMS/events/nl_trp_values.h"
 
@@ -19,14 +21,52 @@ constexpr std::size_t common_prefix = std::string_view(".iso.org.dod.internet.")
 constexpr std::size_t longest_name = 50;
 constexpr std::size_t name_surplus = 3;  // characters that have to fit behind a name
 
+bool is_ascii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+// Bytes of the first character, in the current locale, of a text that is not empty. What is no
+// character counts as a character of one byte.
+std::size_t first_character(std::string_view text) {
+    std::mbstate_t initial{};
+    const std::size_t size = std::mbrlen(text.data(), text.size(), &initial);
+    return size >= 1 && size <= text.size() ? size : 1;
+}
+
+// Bytes of the first `count` characters, or of all where there are no more.
+std::size_t bytes_of(std::string_view text, std::size_t count) {
+    const std::string_view as_many_bytes = text.substr(0, count);
+    if (is_ascii(as_many_bytes)) [[likely]] {
+        return as_many_bytes.size();
+    }
+    std::size_t bytes = 0;
+    for (; count != 0 && bytes < text.size(); --count) {
+        bytes += first_character(text.substr(bytes));
+    }
+    return bytes;
+}
+
+std::size_t characters_in(std::string_view text) {
+    if (is_ascii(text)) [[likely]] {
+        return text.size();
+    }
+    std::size_t count = 0;
+    for (; !text.empty(); ++count) {
+        text.remove_prefix(first_character(text));
+    }
+    return count;
+}
+
 // The end of a long name, from a boundary between two of its parts on.
-const char* shortened(const char* name, std::size_t length) {
-    if (length <= longest_name) {
+std::string_view shortened(std::string_view name) {
+    const std::size_t count = name.size() <= longest_name ? 0 : characters_in(name);
+    if (count <= longest_name) {
         return name;
     }
-    const char* end_part = name + length - longest_name;
-    const char* dot = strchr_new(end_part, '.');
-    return dot != nullptr ? dot + 1 : end_part;
+    name.remove_prefix(bytes_of(name, count - longest_name));
+    const char* const dot = strchr_new(name.data(), '.');
+    return dot != nullptr ? name.substr(static_cast<std::size_t>(dot + 1 - name.data())) : name;
 }
 
 // Appends the name that the MIB knows; false where it is too short to be one, or too long.
@@ -35,31 +75,31 @@ bool append_mib_name(TextSink& sink, std::span<const uint32_t> oid) {
     area.front() = '\0';
     sprint__objid(area.data(), oid.data(), static_cast<int>(oid.size()));
     area.back() = '\0';
-    const char* name = area.data();
-    std::size_t length = std::strlen(name);
-    if (length > common_prefix) {
-        name += common_prefix;
-        length -= common_prefix;
+    std::string_view name(area.data());
+    if (const std::size_t prefix = bytes_of(name, common_prefix); prefix < name.size()) {
+        name.remove_prefix(prefix);
     }
-    if (length <= 1 || length + name_surplus > sink.room()) {
+    if (name.empty() || bytes_of(name, 1) == name.size() ||
+        name.size() + name_surplus > sink.room()) {
         return false;
     }
-    sink.append(shortened(name, length));
+    sink.append(shortened(name));
     return true;
 }
 
 // Appends the name of the enterprise that covers `oid`. Returns the index of the sub-identifier
-// that goes on from there: the name's length, which the operators' texts have always relied on.
+// that goes on from there: the name's length in characters, on which the operators' texts rely.
 std::size_t append_enterprise_name(TextSink& sink, std::span<const uint32_t> oid) {
     const std::string_view name = configured_name(oid);
     if (name.data() == nullptr || name.size() + 1 > sink.room()) {
         return 0;
     }
     sink.append(name);
-    if (name.size() + 1 < oid.size()) {
+    const std::size_t length = characters_in(name);
+    if (length + 1 < oid.size()) {
         sink.append('.');
     }
-    return std::min(name.size(), oid.size());
+    return std::min(length, oid.size());
 }
 
 // Sub-identifiers of less than ten, as most of them are, with dots between them, while there is no

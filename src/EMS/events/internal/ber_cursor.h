@@ -1,9 +1,9 @@
 // BER items as SNMPv1 uses them (X.690, RFC 1155), without a socket, a stream or a global in sight.
 //
 // Reading: every octet passes one bounds check, in read_length() or read_item(); the decoders of
-// contents work on an Item that lies within its Reader. Writing: the put_ functions write into room
-// that their caller has made sure of and may touch up to `write_slop` octets behind what they
-// write.
+// contents work on an Item that lies within its Reader and read nothing outside it. Writing: the
+// put_ functions write into room that their caller has made sure of and may touch up to
+// `write_slop` octets behind what they write.
 #pragma once
 
 #include <algorithm>
@@ -135,20 +135,15 @@ inline uint32_t load_be32(const uint8_t* from) {
     return network_order(word);
 }
 
-// Takes `count` (1 to 4) octets as the top of a word; `end` bounds the read.
-inline uint32_t load_left_aligned(const uint8_t* from, uint32_t count, const uint8_t* end) {
-    if (end - from >= 4) [[likely]] {
-        return load_be32(from);
-    }
-    uint32_t word = 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        word |= uint32_t{from[i]} << (24 - 8 * i);
-    }
-    return word;
+// Takes the `count` (1 to 4) octets at `from`, the contents of an item, as the low ones of a word;
+// the others are any. The item's header is the reason why two octets before the contents may be
+// read.
+inline uint32_t load_contents(const uint8_t* from, uint32_t count) {
+    return count == 1 ? *from : load_be32(from + count - sizeof(uint32_t));
 }
 
-// The value of an integer item; `end` bounds the reads behind its contents.
-inline Error integer_value(const Item& item, const uint8_t* end, int32_t& value) {
+// The value of an integer item.
+inline Error integer_value(const Item& item, int32_t& value) {
     const uint8_t* contents = item.contents;
     uint32_t length = item.length;
     if (length == 5 && *contents == 0) {
@@ -162,8 +157,8 @@ inline Error integer_value(const Item& item, const uint8_t* end, int32_t& value)
         value = 0;
         return Error::none;
     }
-    const uint32_t word = load_left_aligned(contents, length, end);
     const uint32_t surplus = 32 - 8 * length;
+    const uint32_t word = load_contents(contents, length) << surplus;
     if (item.type == ASN_INTEGER09) {
         value = static_cast<int32_t>(word) >> surplus;
         return Error::none;
