@@ -49,6 +49,7 @@ struct FileCalls {
         chosen = number;
         error = with;
         failures = times;
+        seen = 0;
     }
 };
 
@@ -136,7 +137,7 @@ int fdatasync(int fd) {
     if (!wq::test::pass_call(fd, "fdatasync", nullptr)) {
         return -1;
     }
-    return static_cast<int>(syscall(SYS_fdatasync, fd));
+    return 0; /* the disk is none of the test's business */
 }
 
 } /* extern "C" */
