@@ -143,8 +143,9 @@ WQEVENTS_API void formatsvpsid(char* buffer, int buflen, SnmpVarBindEMS* var, co
 
 /*
  * codeptcatinit: loads the code point catalogue from the path that codeptpath() set or finds; a
- * further call loads it anew. Returns 0, -1 when the file cannot be opened or examined, -2 when its
- * header is bad, it holds no entries or it ends within them.
+ * further call loads it anew. Returns 0, -1 when the file cannot be opened, examined or read, -2
+ * when its header is bad, it holds no entries or it ends within them. What was loaded before stays
+ * when the file cannot be read.
  */
 WQEVENTS_API int codeptcatinit(void) WQEVENTS_NOEXCEPT;
 
@@ -158,8 +159,8 @@ WQEVENTS_API void codeptpath(const char* path) WQEVENTS_NOEXCEPT;
  * codeptstr: the text of code point `id` in `set`: 1 alert types, 2 probable causes, 3 user causes,
  * 4 install causes, 5 failure causes, 6 recommended actions, 7 detailed data identifiers. An empty
  * text for 0xFFFF; four upper-case hexadecimal digits where the catalogue is not loaded or has no
- * text; "-" for another set. The text is the library's: valid until the next call that shows digits
- * or loads a catalogue.
+ * text; "-" for another set. The text is the library's and stays readable; that of digits changes
+ * with the next call that shows digits.
  */
 WQEVENTS_API const char* codeptstr(int set, int id) WQEVENTS_NOEXCEPT;
 

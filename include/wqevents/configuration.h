@@ -289,7 +289,10 @@ WQEVENTS_API void suck_a_char(char* position) WQEVENTS_NOEXCEPT;
 /*
  * write_trapspec_file: replaces the contents of `stream`, normally from lockVortdConfFile(), with
  * the model in memory. On success the lock is released and the stream closed. Returns 0, or -1 for
- * a null stream and when the file cannot be truncated; the stream then stays open.
+ * a null stream, when the file cannot be written and when an enterprise of the model has no object
+ * identifier; the stream then stays open, the reason is on the standard error stream and in errno,
+ * and the file has its old contents. Only if these could not be put back, its first line is "!",
+ * which the next read reports.
  */
 WQEVENTS_API int write_trapspec_file(FILE* stream) WQEVENTS_NOEXCEPT;
 

@@ -53,15 +53,15 @@ WQEVENTS_API extern oidnode* oidTree;
 /*
  * parseOidFile: TreeParseOidFile() of `oidTree`: reads a file into a new tree, after freeing the
  * old one and the local mappings, and stores the tree there. Returns its root, or null when the
- * file cannot be opened.
+ * file cannot be opened. When it cannot be read the result is null and `oidTree` stays as it was.
  */
 WQEVENTS_API oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT;
 
 /*
  * TreeParseOidFile: reads a file into a new tree, after freeing `tree` and the local mappings; a
  * null `tree` leaves the mappings of what was read before. Returns the new root, to be given to
- * oidFreeTree(), or null when the file cannot be opened. A line whose identifier cannot be entered
- * ends the file, unless it has a range.
+ * oidFreeTree(), or null when the file cannot be opened or read. A line whose identifier cannot be
+ * entered ends the file, unless it has a range.
  */
 WQEVENTS_API oidnode* TreeParseOidFile(oidnode* tree, const char* path) WQEVENTS_NOEXCEPT;
 

@@ -255,11 +255,12 @@ bool is_file_optional() {
 }
 
 void log_fault(const char* path, const MibFileFault& fault) {
-    const char* text = fault.text != nullptr ? fault.text : std::strerror(fault.error);
     if (fault.line != 0) {
-        WQuLogS(0, 0, nullptr, 0, 0, "%s:%zu: %s", path, fault.line, text);
+        WQuLogS(0, 0, nullptr, 0, 0, "%s:%zu: %s", path, fault.line, fault.text);
+    } else if (fault.text != nullptr) {
+        WQuLogS(0, 0, nullptr, 0, 0, "%s %s: %s", fault.text, path, std::strerror(fault.error));
     } else {
-        WQuLogS(0, 0, nullptr, 0, 0, "%s: %s", path, text);
+        WQuLogS(0, 0, nullptr, 0, 0, "%s: %s", path, std::strerror(fault.error));
     }
 }
 

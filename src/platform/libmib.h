@@ -131,9 +131,9 @@ std::optional<size_t> read_dotted_numbers(std::string_view text, std::span<uint3
 
 /* Why an intermediate file was not read. */
 struct MibFileFault {
-    int error = 0;              /* errno, where the file could not be opened or read */
+    int error = 0;              /* errno if the file could not be opened or read */
     size_t line = 0;            /* else the line that is wrong */
-    const char* text = nullptr; /* and what is wrong with it */
+    const char* text = nullptr; /* what is wrong with it, or that the file could not be read */
 };
 
 /* Adds what the file defines. Nothing is returned when all went well. */

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 
+#include "EMS/events/internal/file_text.h"
 #include "EMS/events/internal/line_reader.h"
 #include "platform/libmib.h"
 
@@ -14,6 +15,7 @@ namespace wq {
 namespace {
 
 constexpr size_t line_max = 8191; /* bytes of a line, its newline not counted */
+constexpr const char* could_not_read = "Could not read";
 constexpr const char* too_long = "a line is longer than 8191 bytes";
 static_assert(line_max + 1 == LineReader::longest_piece);
 
@@ -149,10 +151,15 @@ class MibFileReader {
 }  // namespace
 
 std::optional<MibFileFault> read_mib_file(const char* path, MibDefinitions& definitions) {
-    LineReader source(path);
-    if (!source) {
+    const Fd fd = open_for_reading(path);
+    if (!fd) {
         return MibFileFault{errno, 0, nullptr};
     }
+    FileText file;
+    if (!file.read(fd.get(), {.longest_line = line_max + 1, .patience_ms = 5000})) {
+        return MibFileFault{errno, 0, could_not_read};
+    }
+    LineReader source(file.view());
     MibFileReader reader(definitions);
     const char* fault = nullptr;
     size_t line = 1;

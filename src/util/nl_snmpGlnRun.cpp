@@ -5,11 +5,13 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "EMS/events/internal/fd.h"
+#include "EMS/events/internal/file_text.h"
+#include "EMS/events/internal/line_reader.h"
 
 namespace wq {
 namespace {
@@ -56,9 +58,12 @@ bool line_enables(char* line, const char* daemon) {
 }
 
 /* What is longer than the buffer counts as a line of its own. */
-bool file_enables(std::FILE* file, const char* daemon) {
+bool text_enables(std::string_view text, const char* daemon) {
     std::array<char, 1024> line;
-    while (std::fgets(line.data(), static_cast<int>(line.size()), file) != nullptr) {
+    LineReader lines(text);
+    for (std::string_view piece = lines.piece(line.size() - 1); !piece.empty();
+         piece = lines.piece(line.size() - 1)) {
+        line[piece.copy(line.data(), piece.size())] = '\0';
         if (line_enables(line.data(), daemon)) {
             return true;
         }
@@ -127,13 +132,11 @@ int isDaemonEnabled_(const char* daemon) noexcept {
     if (daemon == nullptr) {
         return 0;
     }
-    wq::Fd fd = wq::open_to_read(wq::registration_file);
-    const wq::Stream file(fd ? fdopen(fd.get(), "r") : nullptr);
-    if (!file) {
-        return 0;
-    }
-    fd.release();
-    return wq::file_enables(file.get(), daemon) ? 1 : 0;
+    wq::FileText file;
+    return file.read(wq::registration_file, {.patience_ms = 0}) &&
+                   wq::text_enables(file.view(), daemon)
+               ? 1
+               : 0;
 }
 
 int isDaemonRunning_(const char* pidfile) noexcept {

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <wqevents/alerts.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "support/alert_conf.h"
 #include "support/random.h"
@@ -41,6 +43,23 @@ TEST_F(Alerts, WritesAShorterTextOverALongerOne) {
     ASSERT_EQ(read_alerts("#" + std::string(900, '#') + "\n").result, 0);
     EXPECT_EQ(write(), (ConfRead{0, ""}));
     EXPECT_EQ(written(), "#\n###################\n#\n");
+}
+
+TEST_F(Alerts, SaysWhichEnterpriseHasNoIdentifier) {
+    ASSERT_EQ(read_alerts(name_line + "92 11 FFFF ;\n").result, 0);
+    for (enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
+        uint32_t* const numbers = std::exchange(e->enterprise_oid, nullptr);
+        const bool is_acme = std::string(e->enterprise_name) == "acme";
+        errno = 0;
+        const ConfRead result = write();
+        EXPECT_EQ(errno, is_acme ? EINVAL : 0);
+        EXPECT_EQ(result, is_acme ? ConfRead({-1,
+                                              "Enterprise \"acme\" has no object identifier: "
+                                              "ferlo format file not written\n"})
+                                  : ConfRead({0, ""}))
+            << "only one with alerts matters";
+        e->enterprise_oid = numbers;
+    }
 }
 
 TEST_F(Alerts, PrintsOneRecord) {

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "EMS/events/internal/file_text.h"
 #include "EMS/events/internal/line_reader.h"
 #include "EMS/events/internal/oid_lines.h"
 #include "support/capture.h"
@@ -343,18 +345,20 @@ TEST_F(NameFile, AFifoIsNotWaitedForUnlessSomebodyWrites) {
     ASSERT_NE(empty.root, nullptr);
     EXPECT_EQ(empty.root->child, nullptr);
 
-    const Fd both_ends(open(fifo.c_str(), O_RDWR | O_CLOEXEC));
+    const Fd reader = open_for_reading(fifo.c_str());
+    const int writing_end = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);
     std::thread writer([&] {
         for (const std::string_view part : {"1.3=\"o", "rg\"\n1.", "4=\"member\"\n"}) {
             usleep(20'000);
-            EXPECT_EQ(write(both_ends.get(), part.data(), part.size()),
+            EXPECT_EQ(write(writing_end, part.data(), part.size()),
                       static_cast<ssize_t>(part.size()));
         }
+        close(writing_end);
     });
-    LineReader reader(fifo.c_str());
-    EXPECT_EQ(reader.piece(100), "1.3=\"org\"\n");
-    EXPECT_EQ(reader.piece(100), "1.4=\"member\"\n");
+    const Tree tree(TreeParseOidFile(nullptr, fifo.c_str()));
     writer.join();
+    EXPECT_EQ(tree.name("1.3"), "org");
+    EXPECT_EQ(tree.name("1.4"), "member");
 }
 
 TEST_F(NameFile, NulBytesEndTheirLine) {
@@ -444,8 +448,7 @@ TEST(Strsub, ReplacesReferences) {
 }
 
 TEST(GetOidLine, CountsWhatItReads) {
-    const TempDir folder;
-    LineReader file(folder.write("f", "# 1\n\n  a=b # 3\nc\\\n  d\n\\\ne").c_str());
+    LineReader file("# 1\n\n  a=b # 3\nc\\\n  d\n\\\ne");
     OidLine line;
     const uint64_t before = oid_lines_read();
     EXPECT_STREQ(getOidLine(line, file), "a=b ");
@@ -459,8 +462,6 @@ TEST(GetOidLine, CountsWhatItReads) {
 }
 
 TEST(LineReader, GivesPiecesUpToTheirLimit) {
-    const TempDir folder;
-    const std::string file = folder.write("f", "abcdef\n\nxyz");
     const std::vector<std::pair<size_t, std::vector<std::string>>> rows = {
         {100, {"abcdef\n", "\n", "xyz"}},
         {7, {"abcdef\n", "\n", "xyz"}},
@@ -469,46 +470,13 @@ TEST(LineReader, GivesPiecesUpToTheirLimit) {
         {2, {"ab", "cd", "ef", "\n", "\n", "xy", "z"}},
     };
     for (const auto& [limit, pieces] : rows) {
-        LineReader reader(file.c_str());
-        ASSERT_TRUE(reader);
+        LineReader reader("abcdef\n\nxyz");
         for (const std::string& piece : pieces) {
             EXPECT_EQ(reader.piece(limit), piece);
         }
         EXPECT_EQ(reader.piece(limit), "");
         EXPECT_EQ(reader.piece(limit), "");
     }
-    EXPECT_FALSE(LineReader(folder.path().c_str()));
-    EXPECT_EQ(errno, EISDIR);
-    EXPECT_FALSE(LineReader(folder.path("missing").c_str()));
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_FALSE(LineReader(nullptr));
-}
-
-TEST(LineReader, SkipsTheRestOfALine) {
-    const TempDir folder;
-    const std::string longer(100'000, 'a');
-    LineReader reader(folder.write("f", longer + "\nnext\nlast").c_str());
-    EXPECT_EQ(reader.piece(10), "aaaaaaaaaa");
-    reader.skip_line();
-    EXPECT_EQ(reader.piece(10), "next\n");
-    EXPECT_EQ(reader.piece(2), "la");
-    reader.skip_line();
-    EXPECT_EQ(reader.piece(10), "");
-}
-
-TEST(LineReader, LinesOfEveryLengthComeWhole) {
-    const TempDir folder;
-    std::string content;
-    std::vector<std::string> lines;
-    for (size_t length = 0; length < LineReader::longest_piece; length += 61) {
-        lines.push_back(std::string(length, static_cast<char>('a' + length % 26)).append("\n"));
-        content.append(lines.back());
-    }
-    LineReader reader(folder.write("f", content).c_str());
-    for (const std::string& line : lines) {
-        ASSERT_EQ(reader.piece(LineReader::longest_piece), line);
-    }
-    EXPECT_EQ(reader.piece(1), "");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <wqevents/configuration.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -255,6 +256,32 @@ TEST_F(WriteConfiguration, ClosesTheStreamOnSuccessOnly) {
     std::fclose(readable);
     EXPECT_EQ(dir.read("r"), "old");
     EXPECT_EQ(write_trapspec_file(nullptr), -1);
+}
+
+TEST_F(WriteConfiguration, SaysWhichEnterpriseHasNoIdentifier) {
+    const uint32_t oid[] = {1, 3, 6};
+    dir.write("vortd.conf", "# old\n");
+    insert_enterprise(oid, 3, "acme");
+    enterprise_info* const acme = enterprise_list_head.next;
+    uint32_t* const numbers = acme->enterprise_oid;
+    std::FILE* const stream = std::fopen(file.c_str(), "r+");
+    for (const bool is_null : {true, false}) {
+        acme->enterprise_oid = is_null ? nullptr : numbers;
+        acme->oid_len = is_null ? 3 : 0;
+        errno = 0;
+        int error = 0;
+        const std::string said = captured_stderr([&] {
+            EXPECT_EQ(write_trapspec_file(stream), -1);
+            error = errno;
+        });
+        EXPECT_EQ(said,
+                  "Enterprise \"acme\" has no object identifier: vortdconf file not written\n");
+        EXPECT_EQ(error, EINVAL);
+    }
+    acme->enterprise_oid = numbers;
+    acme->oid_len = 3;
+    std::fclose(stream);
+    EXPECT_EQ(dir.read("vortd.conf"), "# old\n");
 }
 
 TEST_F(WriteConfiguration, FailsOnWhatIsNoFile) {

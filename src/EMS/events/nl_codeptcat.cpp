@@ -4,18 +4,18 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <wqevents/alerts.h>
 
-#include "EMS/events/internal/fd.h"
+#include "EMS/events/internal/file_text.h"
 
 namespace wq {
 namespace {
@@ -32,7 +32,7 @@ constexpr std::size_t entry_octets = 8;
 constexpr int sets = 7;
 constexpr int no_code_point = 0xFFFF;
 
-enum Loaded { loaded = 0, not_opened = -1, not_a_catalogue = -2 };
+enum Loaded { loaded = 0, not_opened = -1, not_a_catalogue = -2, not_read = -3 };
 
 // The entries of one set.
 struct Run {
@@ -42,9 +42,9 @@ struct Run {
 
 struct Catalogue {
     std::string path;
-    Fd file;  // open while it is loaded
+    FileText file;
+    std::vector<FileText> former;  // whose texts have been handed out
     bool is_loaded = false;
-    std::vector<char> texts;
     std::vector<cp_entry> entries;  // ordered by cecmp()
     std::array<Run, sets + 1> runs{};
     std::array<char, 16> digits{};
@@ -100,21 +100,6 @@ std::string find_catalogue() {
 
 // ---- loading it
 
-std::size_t read_octets(int fd, char* to, std::size_t count) {
-    std::size_t done = 0;
-    while (done < count) {
-        const ssize_t got = read(fd, to + done, count - done);
-        if (got == -1 && errno == EINTR) {
-            continue;
-        }
-        if (got <= 0) {
-            break;
-        }
-        done += static_cast<std::size_t>(got);
-    }
-    return done;
-}
-
 uint32_t little_endian(const char* octets, std::size_t count) {
     uint32_t value = 0;
     for (std::size_t i = count; i-- > 0;) {
@@ -124,29 +109,28 @@ uint32_t little_endian(const char* octets, std::size_t count) {
 }
 
 // The number of entries that the header tells, or 0 where it is none.
-std::size_t read_header(int fd) {
-    std::array<char, header_octets> header{};
-    if (read_octets(fd, header.data(), header.size()) != header.size() ||
-        std::string_view(header.data(), magic.size()) != magic) {
+std::size_t read_header(std::string_view file) {
+    if (file.size() < header_octets || !file.starts_with(magic)) {
         return 0;
     }
-    const auto count = static_cast<int32_t>(little_endian(header.data() + magic.size(), 4));
+    const auto count = static_cast<int32_t>(little_endian(file.data() + magic.size(), 4));
     return static_cast<std::size_t>(std::max(count, 0));
 }
 
 // Turns the entries of the file into those of memory; one whose text does not lie in the text area,
 // or does not end there, is left out, so that its code point shows as digits.
-void take_entries(Catalogue& into, const std::vector<char>& raw) {
-    const std::size_t texts_start = header_octets + raw.size();
-    const auto last_end = std::find(into.texts.rbegin(), into.texts.rend(), '\0');
-    const auto usable = static_cast<std::size_t>(into.texts.rend() - last_end);
-    for (std::size_t at = 0; at < raw.size(); at += entry_octets) {
+void take_entries(Catalogue& into, std::size_t count) {
+    const std::string_view file = into.file.view();
+    const std::size_t texts = header_octets + count * entry_octets;
+    const std::size_t last_end = file.rfind('\0');
+    for (std::size_t at = header_octets; at < texts; at += entry_octets) {
         cp_entry entry{};
-        entry.ce_alertid = static_cast<uint16_t>(little_endian(&raw[at], 2));
-        entry.ce_set = static_cast<uint16_t>(little_endian(&raw[at + 2], 2));
-        const std::size_t offset = little_endian(&raw[at + 4], 4);
-        if (offset >= texts_start && offset - texts_start < usable) {
-            entry.ce_u._ce_text = into.texts.data() + (offset - texts_start);
+        entry.ce_alertid = static_cast<uint16_t>(little_endian(&file[at], 2));
+        entry.ce_set = static_cast<uint16_t>(little_endian(&file[at + 2], 2));
+        const std::size_t offset = little_endian(&file[at + 4], 4);
+        if (offset >= texts && last_end != std::string_view::npos && offset <= last_end) {
+            // Whoever shows a text does not write to it.
+            entry.ce_u._ce_text = const_cast<char*>(file.data()) + offset;
             into.entries.push_back(entry);
         }
     }
@@ -163,37 +147,54 @@ void find_runs(Catalogue& of) {
     }
 }
 
+// The texts stay: programs may still show them.
 void unload(Catalogue& gone) {
-    gone.file = Fd();
     gone.is_loaded = false;
     gone.entries.clear();
-    gone.texts.clear();
     gone.runs = {};
+    if (!gone.file.view().empty()) {
+        gone.former.push_back(std::move(gone.file));
+        gone.file = FileText();
+    }
 }
 
-Loaded load(Catalogue& into) {
+// What cannot be read leaves the catalogue as it is.
+Loaded read_catalogue(const char* path, FileText& file) {
+    const Fd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
-    into.file = Fd(open(into.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (!into.file || fstat(into.file.get(), &status) != 0) {
+    if (!fd || fstat(fd.get(), &status) != 0) {
         return not_opened;
     }
-    const std::size_t count = read_header(into.file.get());
-    const auto size = static_cast<std::size_t>(std::max<off_t>(status.st_size, 0));
-    if (count == 0 || size < header_octets || (size - header_octets) / entry_octets < count) {
+    if (!S_ISREG(status.st_mode)) {
         return not_a_catalogue;
     }
-    std::vector<char> raw(count * entry_octets);
-    if (read_octets(into.file.get(), raw.data(), raw.size()) != raw.size()) {
+    return file.read(fd.get()) ? loaded : not_read;
+}
+
+Loaded take_catalogue(Catalogue& into, FileText file) {
+    into.file = std::move(file);
+    const std::size_t size = into.file.view().size();
+    const std::size_t count = read_header(into.file.view());
+    if (count == 0 || (size - header_octets) / entry_octets < count) {
         return not_a_catalogue;
     }
-    into.texts.resize(size - header_octets - raw.size());
-    into.texts.resize(read_octets(into.file.get(), into.texts.data(), into.texts.size()));
-    take_entries(into, raw);
+    take_entries(into, count);
     std::stable_sort(into.entries.begin(), into.entries.end(),
                      [](const cp_entry& a, const cp_entry& b) { return cecmp(&a, &b) < 0; });
     find_runs(into);
     into.is_loaded = true;
     return loaded;
+}
+
+Loaded load(Catalogue& into) {
+    FileText file;
+    const Loaded result = read_catalogue(into.path.c_str(), file);
+    if (result == not_read ||
+        (result == loaded && into.is_loaded && file.view() == into.file.view())) {
+        return result;
+    }
+    unload(into);
+    return result == loaded ? take_catalogue(into, std::move(file)) : result;
 }
 
 // ---- looking up
@@ -218,18 +219,17 @@ const char* find_text(const Catalogue& in, int set, int id) {
 
 int codeptcatinit(void) WQEVENTS_NOEXCEPT {
     codeptpath(nullptr);
-    wq::unload(wq::catalogue);
     wq::Loaded result = wq::not_a_catalogue;
     try {
         result = wq::load(wq::catalogue);
+        if (result == wq::not_a_catalogue) {
+            wq::unload(wq::catalogue);
+        }
     } catch (const std::exception&) {  // no memory for what the file claims to hold
+        wq::catalogue.is_loaded = false;
         result = wq::not_a_catalogue;
     }
-    if (result != wq::loaded) {
-        wq::unload(wq::catalogue);
-    }
-    wq::catalogue.file = wq::Fd();
-    return result;
+    return result == wq::not_read ? wq::not_opened : result;
 }
 
 void codeptpath(const char* path) WQEVENTS_NOEXCEPT {
@@ -268,10 +268,7 @@ int cecmp(const void* a, const void* b) WQEVENTS_NOEXCEPT {
     return by_set != 0 ? by_set : left.ce_alertid - right.ce_alertid;
 }
 
-int cread(void* buf, int n) WQEVENTS_NOEXCEPT {
-    if (buf == nullptr || n <= 0 || !wq::catalogue.file) {
-        return 0;
-    }
-    return static_cast<int>(wq::read_octets(wq::catalogue.file.get(), static_cast<char*>(buf),
-                                            static_cast<std::size_t>(n)));
+// The catalogue is open while codeptcatinit() loads it and at no other time.
+int cread(void* /*buf*/, int /*n*/) WQEVENTS_NOEXCEPT {
+    return 0;
 }

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "EMS/events/internal/conf_lines.h"
+#include "EMS/events/internal/file_text.h"
 
 namespace wq {
 namespace {
@@ -38,7 +38,7 @@ Stream open_conf_file(const char* path, const char* mode) {
     if (!only_reads(mode)) {
         return Stream(std::fopen(path, std::string(mode).append("e").c_str()));
     }
-    Fd fd = open_conf_input(path);
+    Fd fd = open_for_reading(path);
     Stream stream(fd ? ::fdopen(fd.get(), mode) : nullptr);
     if (stream) {
         fd.release();

@@ -19,8 +19,7 @@
 #include <wqevents/trace.h>
 #include <wqplatform.h>
 
-#include "EMS/events/internal/conf_lines.h"
-#include "EMS/events/internal/fd.h"
+#include "EMS/events/internal/file_text.h"
 #include "EMS/events/nl_alertfile.h"
 
 namespace wq {
@@ -134,7 +133,7 @@ Stream open_for(const char* path, const char* mode) {
     if (!wish.starts_with('w') && (plus || !wish.starts_with('r'))) {
         return Stream(std::fopen(path, mode));
     }
-    Fd fd = wish.starts_with('w') ? open_untruncated(path, plus) : open_conf_input(path);
+    Fd fd = wish.starts_with('w') ? open_untruncated(path, plus) : open_for_reading(path);
     Stream stream(fd ? fdopen(fd.get(), mode) : nullptr);
     if (stream != nullptr) {
         fd.release();

@@ -1,21 +1,21 @@
+// Replacing a configuration file in place: the mark, the text, the first line.
 #include "EMS/events/nl_confreplace.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <string>
 
 #include "EMS/events/internal/fd.h"
+#include "EMS/events/internal/file_text.h"
 
 namespace wq {
 namespace {
-
-// Takes the place of the first line, which no file of ours may begin with; new texts have "#\n"
-// there.
-constexpr std::string_view damaged = "!\n";
 
 // Asked before writing, since exceeding the limit raises a signal that ends the process.
 bool within_size_limit(off_t size) {
@@ -24,36 +24,56 @@ bool within_size_limit(off_t size) {
            (limit.rlim_cur == RLIM_INFINITY || static_cast<rlim_t>(size) <= limit.rlim_cur);
 }
 
-// Truncating also tells whether the file can be truncated at all.
-bool set_size(int fd, off_t size) {
+template <class Call>
+bool uninterrupted(Call call) {
     int result = 0;
     do {
-        result = ftruncate(fd, size);
+        result = call();
     } while (result == -1 && errno == EINTR);
     return result == 0;
 }
 
-// Reserves room for `size` bytes in a file of `old_size`, which stays as it is where that fails.
-bool reserve(int fd, off_t old_size, off_t size) {
-    if (size <= old_size) {
-        return set_size(fd, old_size);
+bool set_size(int fd, off_t size) {
+    return uninterrupted([&] { return ftruncate(fd, size); });
+}
+
+bool sync_data(int fd) {
+    return uninterrupted([&] { return fdatasync(fd); });
+}
+
+// All that can be said where the file system reserves nothing.
+bool has_free_room(int fd, off_t more) {
+    struct statvfs system {};
+    if (more <= 0 || fstatvfs(fd, &system) != 0) {
+        return true;
     }
+    const auto blocks = (static_cast<std::uintmax_t>(more) + system.f_frsize - 1) / system.f_frsize;
+    if (blocks > system.f_bavail) {
+        errno = ENOSPC;
+        return false;
+    }
+    return true;
+}
+
+// Reserves room for `size` bytes in a file of `old_size`, which stays as it is, its length
+// included. Truncating to that length gives back what could be reserved of too much, and tells
+// whether the file can be written at all if the file system reserves nothing.
+bool reserve(int fd, off_t old_size, off_t size) {
     if (!within_size_limit(size)) {
         errno = EFBIG;
         return false;
     }
-    int result = 0;
-    do {
-        result = fallocate(fd, 0, 0, size);
-    } while (result == -1 && errno == EINTR);
-    if (result == -1 && errno == EOPNOTSUPP) {  // the file system makes no promises
-        return set_size(fd, size);
+    // A file may have holes, so that a text that is no longer needs room, too.
+    if (uninterrupted([&] { return fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, size); })) {
+        return true;
     }
-    if (result == -1) {
-        const ErrnoKeeper keeper;
-        set_size(fd, old_size);
+    const bool promises_nothing = errno == EOPNOTSUPP || errno == ENOSYS;
+    if (promises_nothing) {
+        return set_size(fd, old_size) && has_free_room(fd, size - old_size);
     }
-    return result == 0;
+    const ErrnoKeeper keeper;
+    set_size(fd, old_size);
+    return false;
 }
 
 bool write_at(int fd, std::string_view text, off_t offset) {
@@ -90,21 +110,22 @@ std::string read_contents(int fd, off_t size) {
     return contents;
 }
 
-// Each step is on the disk before the next: no crash shows the new beginning with old text behind.
+// The mark, the text, and its first line last. Each step is on the disk before the next: no crash
+// shows a valid first line with anything else than its own text after it.
 bool write_contents(int fd, std::string_view text) {
-    const auto size = static_cast<off_t>(text.size());
-    constexpr auto behind = static_cast<off_t>(damaged.size());
-    return write_at(fd, damaged, 0) && fdatasync(fd) == 0 &&
-           write_at(fd, text.substr(damaged.size()), behind) && set_size(fd, size) &&
-           fdatasync(fd) == 0 && write_at(fd, text.substr(0, damaged.size()), 0) &&
-           fdatasync(fd) == 0;
+    const std::string_view first = text.substr(0, unfinished_mark.size());
+    const std::string_view rest = text.substr(first.size());
+    return write_at(fd, unfinished_mark, 0) && sync_data(fd) &&
+           write_at(fd, rest, static_cast<off_t>(first.size())) &&
+           set_size(fd, static_cast<off_t>(text.size())) && sync_data(fd) &&
+           write_at(fd, first, 0) && sync_data(fd);
 }
 
+// By the same steps, since the failure may have come after the last of them.
 void put_back(int fd, std::string_view contents, off_t size) {
     const ErrnoKeeper keeper;
     if (static_cast<off_t>(contents.size()) == size) {
-        write_at(fd, contents, 0);
-        set_size(fd, size);
+        write_contents(fd, contents);
     }
 }
 

@@ -454,7 +454,13 @@ int read_alerts() {
         report_unlocked(file, error);
         return -1;
     }
-    AlertInput in{ConfLines(fileno(stream.get()), line_max), file.name, {}};
+    FileText text;
+    if (!text.read(fileno(stream.get()), {.longest_line = line_max})) {
+        append(alert_message(), "Could not read ferlo format file \"", file.name,
+               "\": ", std::strerror(errno), "\n");
+        return -1;
+    }
+    AlertInput in{ConfLines(text, line_max), file.name, {}};
     Outcome outcome = Outcome::going_on;
     while (outcome == Outcome::going_on) {
         outcome = read_record(in);
@@ -464,7 +470,7 @@ int read_alerts() {
         leave_alert_file_open(stream.release());
     }
     return outcome == Outcome::finished ? 0 : -1;
-}  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): the buffer goes with `in`
+}
 
 }  // namespace
 

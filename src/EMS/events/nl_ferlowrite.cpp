@@ -94,10 +94,30 @@ void append_alert(std::string& text, const trap_record& rec, std::string_view oi
     append(text, " ;\n");
 }
 
+bool has_alerts(const enterprise_info& enterprise) {
+    const trap_record* rec = enterprise.trap_rec_list_head.next;
+    while (rec != nullptr && rec->alert_element == nullptr) {
+        rec = rec->next;
+    }
+    return rec != nullptr;
+}
+
+// One that has alerts, which could not be read back; or null.
+const enterprise_info* enterprise_without_identifier() {
+    const enterprise_info* e = enterprise_list_head.next;
+    while (e != nullptr && (has_identifier(*e) || !has_alerts(*e))) {
+        e = e->next;
+    }
+    return e;
+}
+
 std::string alerts_text() {
     std::string text;
     append(text, "#\n# Created by zeltrap at ", local_time_text(), "\n#\n###################\n#\n");
     for (const enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
+        if (!has_alerts(*e)) {
+            continue;
+        }
         const std::string oid = oid_to_string(e->enterprise_oid, e->oid_len);
         for (const trap_record* rec = e->trap_rec_list_head.next; rec != nullptr; rec = rec->next) {
             if (rec->alert_element != nullptr) {
@@ -109,6 +129,11 @@ std::string alerts_text() {
 }
 
 int write_alerts() {
+    if (const enterprise_info* nameless = enterprise_without_identifier()) {
+        alert_message() = no_identifier(*nameless, "ferlo format");
+        errno = EINVAL;
+        return -1;
+    }
     const std::string text = alerts_text();
     // Not truncated on opening: the old alerts stay until there is room for the new ones.
     const AlertFile file = open_alert_file("w+", false);

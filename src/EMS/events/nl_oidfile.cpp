@@ -1,6 +1,9 @@
 #include <wqevents/names.h>
 
+#include <wqplatform.h>
+
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +14,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "EMS/events/internal/file_text.h"
 #include "EMS/events/internal/line_reader.h"
 #include "EMS/events/internal/oid_lines.h"
 #include "EMS/events/internal/text_scan.h"
@@ -19,6 +23,7 @@ namespace wq {
 namespace {
 
 constexpr std::size_t none = std::string_view::npos;
+constexpr ReadLimits oid_limits{.patience_ms = 5000};
 
 struct Free {
     void operator()(void* p) const { std::free(p); }
@@ -233,6 +238,38 @@ void read_lines(oidnode* root, LineReader& file) {
     }
 }
 
+enum class NameFile { not_opened, unreadable, read };
+
+// Neither of the calls that read the file has a place for a message: it goes to the log.
+NameFile read_name_file(const char* path, FileText& file) {
+    const Fd fd = open_for_reading(path);
+    if (!fd) {
+        return NameFile::not_opened;
+    }
+    if (!file.read(fd.get(), oid_limits)) {
+        WQuLogS(0, 0, nullptr, 0, 0, "Could not read %s: %s", path, std::strerror(errno));
+        return NameFile::unreadable;
+    }
+    return NameFile::read;
+}
+
+oidnode* replace_tree(oidnode* old, NameFile outcome, const FileText& file) {
+    if (old != nullptr) {
+        oidFreeTree(old);
+    }
+    oidnode* root = outcome == NameFile::read ? newOidNode(0) : nullptr;
+    if (root == nullptr) {
+        return nullptr;
+    }
+    try {
+        LineReader lines(file.view());
+        read_lines(root, lines);
+    } catch (const std::bad_alloc&) {
+        // The tree ends where the memory did.
+    }
+    return root;
+}
+
 // The value of "v+N" and its like; `reference` has an operator.
 StrsubResult calculate(std::string_view reference, std::int64_t value, std::int64_t& result) {
     const char sign = reference[1];
@@ -387,25 +424,19 @@ void local_mapFree() {
 }  // namespace wq
 
 oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT {
-    oidTree = TreeParseOidFile(oidTree, path);
+    wq::FileText file;
+    const wq::NameFile outcome = wq::read_name_file(path, file);
+    if (outcome == wq::NameFile::unreadable) {
+        return nullptr;
+    }
+    oidTree = wq::replace_tree(oidTree, outcome, file);
     return oidTree;
 }
 
 oidnode* TreeParseOidFile(oidnode* tree, const char* path) WQEVENTS_NOEXCEPT {
-    if (tree != nullptr) {
-        oidFreeTree(tree);
-    }
-    wq::LineReader file(path);
-    oidnode* root = file ? newOidNode(0) : nullptr;
-    if (root == nullptr) {
-        return nullptr;
-    }
-    try {
-        wq::read_lines(root, file);
-    } catch (const std::bad_alloc&) {
-        // The tree ends where the memory did.
-    }
-    return root;
+    wq::FileText file;
+    const wq::NameFile outcome = wq::read_name_file(path, file);
+    return wq::replace_tree(tree, outcome, file);
 }
 
 void dumpLocalList(void) WQEVENTS_NOEXCEPT {

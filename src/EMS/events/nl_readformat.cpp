@@ -211,7 +211,7 @@ void fill_default_record() {
                      &record.description);
 }
 
-int fail_open(std::string& message, std::string_view what, const char* path) {
+int fail_file(std::string& message, std::string_view what, const char* path) {
     const char* reason = std::strerror(errno);
     message.append(what).append(" \"").append(path).append("\": ").append(reason).append("\n");
     return -1;
@@ -221,7 +221,12 @@ int read_main_file() {
     char* path = nullptr;
     const Stream stream(fopenConfFile("r", &path));
     if (!stream) {
-        return fail_open(state.message, "Could not open trap format file", path);
+        return fail_file(state.message, "Could not open trap format file", path);
+    }
+    /* The old model goes only once the whole file is at hand. */
+    FileText file;
+    if (!file.read(::fileno(stream.get()), conf_limits)) {
+        return fail_file(state.message, "Could not read trap format file", path);
     }
     if (enterprise_list_head.next != nullptr) {
         trace("read_trapspec_file", "freeing old info.");
@@ -230,16 +235,20 @@ int read_main_file() {
     fill_default_record();
     trace("read_trapspec_file", "resetting keyword strlens");
     state.lengths = measure_keywords();
-    ConfReader reader(::fileno(stream.get()), path, state.lengths, state.message);
+    ConfReader reader(file, path, state.lengths, state.message);
     return doReadTrapspecFile(reader);
 }
 
 int read_further_file(const char* path) {
-    const Fd fd = open_conf_input(path);
+    const Fd fd = open_for_reading(path);
     if (!fd) {
-        return fail_open(state.augment_message, "Could not open new trap format file", path);
+        return fail_file(state.augment_message, "Could not open new trap format file", path);
     }
-    ConfReader reader(fd.get(), path, state.lengths, state.augment_message);
+    FileText file;
+    if (!file.read(fd.get(), conf_limits)) {
+        return fail_file(state.augment_message, "Could not read new trap format file", path);
+    }
+    ConfReader reader(file, path, state.lengths, state.augment_message);
     return doReadTrapspecFile(reader);
 }
 

@@ -69,8 +69,9 @@ KeywordLengths measure_keywords();
 
 /* One read of one file. */
 struct ConfReader {
-    ConfReader(int fd, const char* name, const KeywordLengths& kept, std::string& text)
-        : lines(fd), path(name), lengths(kept), message(text) {}
+    ConfReader(const FileText& file, const char* name, const KeywordLengths& kept,
+               std::string& text)
+        : lines(file), path(name), lengths(kept), message(text) {}
 
     ConfLines lines;
     const char* path;

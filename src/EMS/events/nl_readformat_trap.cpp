@@ -5,6 +5,7 @@
 #include <wqplatform.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -216,19 +217,28 @@ int read_forward(ConfReader& reader, TrapBlock& block) {
 /* Takes the names of a source list file. A line there that is too long ends the list; the message
    ends the read when the block is done. */
 int add_listed_nodes(ConfReader& reader, NodeList& nodes, const char* path) {
+    const Fd fd = open_for_reading(path);
+    if (!fd) {
+        reader.message =
+            std::string("Could not open source list file \"").append(path).append("\"");
+        return -1;
+    }
+    FileText list;
+    if (!list.read(fd.get(), conf_limits)) {
+        const char* reason = std::strerror(errno);
+        reader.message = std::string("Could not read source list file \"")
+                             .append(path)
+                             .append("\": ")
+                             .append(reason);
+        return -1;
+    }
     std::string name;
-    bool too_long = false;
     const auto add = [&](std::string_view word) {
         name = word;
         nodes.add(name.c_str());
         return true;
     };
-    if (!for_each_listed_node(path, add, &too_long)) {
-        reader.message =
-            std::string("Could not open source list file \"").append(path).append("\"");
-        return -1;
-    }
-    if (too_long) {
+    if (for_each_listed_node(list, add)) {
         reader.message = "Line too long";
     }
     return 0;

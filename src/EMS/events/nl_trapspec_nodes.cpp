@@ -13,14 +13,15 @@ namespace {
 enum class Listed { no, yes, unreadable };
 
 Listed is_listed_in(const char* path, std::string_view node) {
+    FileText list;
+    if (!list.read(path, conf_limits)) {
+        return Listed::unreadable;
+    }
     bool found = false;
-    const bool opened = for_each_listed_node(path, [&](std::string_view word) {
+    for_each_listed_node(list, [&](std::string_view word) {
         found = word == node;
         return !found;
     });
-    if (!opened) {
-        return Listed::unreadable;
-    }
     return found ? Listed::yes : Listed::no;
 }
 

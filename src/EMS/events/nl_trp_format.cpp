@@ -80,8 +80,7 @@ struct Free {
 void load_names() {
     if (have_read_mappings == 0) {
         const std::unique_ptr<char, Free> path(_WQConcatPath(_WQconfDirName("C"), "oid_to_label"));
-        oidTree = parseOidFile(path.get());
-        have_read_mappings = oidTree != nullptr ? 1 : 0;
+        have_read_mappings = parseOidFile(path.get()) != nullptr ? 1 : 0;
     }
 }
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <span>
@@ -142,14 +143,29 @@ std::string configuration_text() {
     return text;
 }
 
+const enterprise_info* enterprise_without_identifier() {
+    const enterprise_info* e = enterprise_list_head.next;
+    while (e != nullptr && has_identifier(*e)) {
+        e = e->next;
+    }
+    return e;
+}
+
 int write_configuration(std::FILE* stream) {
+    if (const enterprise_info* nameless = enterprise_without_identifier()) {
+        std::fputs(no_identifier(*nameless, "vortdconf").c_str(), stderr);
+        errno = EINVAL;
+        return -1;
+    }
     std::rewind(stream);
     const Replaced replaced = replace_contents(fileno(stream), configuration_text());
+    const int error = errno;
     if (replaced == Replaced::not_written) {
         std::fputs("Cannot write to vortdconf file\n", stderr);
     }
     if (replaced != Replaced::done) {
         std::fputs("Bad return code from truncate of vortdconf file\n", stderr);
+        errno = error;
         return -1;
     }
     unlock_file(fileno(stream));
@@ -167,6 +183,8 @@ int write_trapspec_file(FILE* stream) WQEVENTS_NOEXCEPT {
     try {
         return wq::write_configuration(stream);
     } catch (const std::exception&) {  // no memory for the text: the file is as it was
+        std::fputs("Cannot write to vortdconf file\n", stderr);
+        errno = ENOMEM;
         return -1;
     }
 }

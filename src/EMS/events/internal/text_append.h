@@ -1,6 +1,8 @@
 // Composing the text of a configuration file in memory.
 #pragma once
 
+#include <wqevents/configuration.h>
+
 #include <charconv>
 #include <concepts>
 #include <cstdint>
@@ -41,6 +43,19 @@ inline void append_one(std::string& text, std::same_as<uint32_t> auto number) {
 template <typename... Parts>
 void append(std::string& text, const Parts&... parts) {
     (append_one(text, parts), ...);
+}
+
+// Whether a line of a configuration file can name the enterprise.
+inline bool has_identifier(const enterprise_info& enterprise) {
+    return enterprise.enterprise_oid != nullptr && enterprise.oid_len != 0;
+}
+
+// Why a model cannot be written to the file of that name.
+inline std::string no_identifier(const enterprise_info& enterprise, std::string_view file) {
+    std::string text;
+    append(text, "Enterprise \"", enterprise.enterprise_name, "\" has no object identifier: ", file,
+           " file not written\n");
+    return text;
 }
 
 // The local time as "Sat Nov 21 10:15:00 2026"; empty where there is none.
