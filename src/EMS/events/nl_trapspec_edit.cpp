@@ -9,6 +9,7 @@
 
 #include <wqevents/alerts.h>
 
+#include "EMS/events/nl_alloc.h"
 #include "EMS/events/nl_trapspec.h"
 #include "EMS/events/nl_trapspec_index.h"
 
@@ -99,9 +100,17 @@ trap_record* record_to_update(enterprise_info& enterprise, int generic, int spec
                          : first_holding(first, nodes);
 }
 
+// What the parts of a record are made in.
+using Allocate = void* (*)(size_t);
+
+Allocate allocation() {
+    return model_index.is_believed() ? file_block : doMalloc;
+}
+
 trap_element* compiled(char* raw) {
-    auto* element = static_cast<trap_element*>(doMalloc(sizeof(trap_element)));
-    makeFormatString(raw, element);
+    auto* element = static_cast<trap_element*>(allocation()(sizeof(trap_element)));
+    *element = {};
+    compile_format(raw, *element, allocation());
     return element;
 }
 
@@ -112,7 +121,7 @@ void store_texts(trap_record& rec, const NewTrap& trap) {
         rec.trapDescription = trap.description;
     }
     if (trap.rawformat != nullptr) {
-        makeFormatString(trap.rawformat, &rec.description);
+        compile_format(trap.rawformat, rec.description, allocation());
     }
     if (trap.rawexec != nullptr) {
         release_element(rec.execargs_ptr);
@@ -241,9 +250,19 @@ void remove(enterprise_info& enterprise, trap_record* rec) {
     release_record(rec);
 }
 
+// Fetches what is looked at of a record when it is released.
+void prefetch(const trap_record* rec) {
+    const auto* first = reinterpret_cast<const char*>(rec);
+    __builtin_prefetch(first);
+    __builtin_prefetch(first + offsetof(trap_record, description));
+    __builtin_prefetch(first + offsetof(trap_record, execargs_ptr));
+    __builtin_prefetch(first + offsetof(trap_record, alert_element));
+}
+
 void release_enterprise_with_traps(enterprise_info* enterprise) {
     while (trap_record* rec = enterprise->trap_rec_list_head.next) {
         enterprise->trap_rec_list_head.next = rec->next;
+        prefetch(rec->next);
         release_record(rec);
     }
     free_enterprise(enterprise);

@@ -143,6 +143,7 @@ class ModelIndex {
     // not in the lists.
     void begin_reading();
     void end_reading();
+    bool is_believed() const { return reading_ != nullptr; }
     // The records by their nodes; null unless a file is read and there is memory for them.
     NodeRuns* node_runs() { return reading_ == nullptr ? nullptr : &reading_->runs; }
     void drop_node_runs();
@@ -182,7 +183,6 @@ class ModelIndex {
             return false;
         }
     }
-    bool is_believed() const { return reading_ != nullptr; }
 
     RecordNote* note_of(const trap_record& record);
     EnterpriseEntry* entry_of(enterprise_info& enterprise);
