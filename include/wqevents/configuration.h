@@ -85,23 +85,10 @@ struct alert_record; /* see alerts.h */
 /*
  * One configured trap format.
  *
- * Editing by hand. The lists of enterprises and of trap records are the model, and look-ups answer
- * from them; what the library keeps beside them only makes it quick. A program may at any time and
- * without telling
- *   - change every field that no look-up searches by: nodes, texts, elements, category, severity
- *     and so on;
- *   - link items into the lists, unlink and move them, and change the numbers of a record or the
- *     object identifier of an enterprise, as long as the lists stay in their order;
- *   - write a name, as long as names of traps stay unique.
- * Three things are asked of it in return:
- *   - A record or an enterprise that the library made is freed by free_trap_record() or
- *     free_enterprise() or by the functions that delete it, not by doFree() or free() alone.
- *   - Where more than 3 neighbours are taken out of a list of more than 16 items and kept, the
- *     `next` of each is cleared or leads elsewhere, unless all from the first one on are out.
- *   - insertMallocTrapRecord() makes sure of a name that was written by hand, where more than 128
- *     traps are configured, only once a look-up has found the name.
- * A look-up of a name that no trap or enterprise has goes through the lists to their end, as one
- * may have been written; all others cost the same however much is configured.
+ * Editing by hand. Look-ups and edits are right after single records or enterprises were linked in,
+ * unlinked, renumbered or renamed by hand, if the lists are kept in their order and the names of
+ * traps unique. Whoever moves or cuts out a run of items that stay alive, or rewrites names or
+ * numbers of many, calls trapspec_relinked().
  */
 typedef struct trap_record {
     struct trap_record* next; /* next record of the same enterprise */
@@ -223,7 +210,9 @@ WQEVENTS_API int augmentTrapspecFile(char** errmsg, const char* path) WQEVENTS_N
  * nodes. With `nodeCnt` names in `nodeList` the record to update is the first one that has nodes
  * and holds for one of them, else the first one without nodes. An updated record keeps its node
  * list, event class and slot mapping, and each of the description, format, EXEC and DISPLAY texts
- * for which null is given. A new record whose name is taken gets one with "_1", "_2" and so on.
+ * for which null is given. A new record whose name is taken gets one with "_1", "_2" and so on: the
+ * first that is free. In a large model a name that was written by hand counts as taken once a
+ * look-up has found it or trapspec_relinked() was called.
  *
  * Ownership: `nodeList` and its strings, `rawformat`, `rawexec`, `rawdisplay`, `description` and
  * the strings in `slotNames` and `slotVals` come from doMalloc() or doStrdup() and become the
@@ -416,19 +405,26 @@ WQEVENTS_API void freeAction(actionCmd* action) WQEVENTS_NOEXCEPT;
 WQEVENTS_API void freeAllActions(void) WQEVENTS_NOEXCEPT;
 
 /*
- * free_trap_record: frees a record from doMalloc() with all it owns, its alert included. It must
- * have been unlinked.
+ * free_trap_record: frees a record with all it owns, its alert included: one that the library made,
+ * which nothing else frees, or one of the program's from doMalloc(). It must have been unlinked.
  */
 WQEVENTS_API void free_trap_record(trap_record* rec) WQEVENTS_NOEXCEPT;
 
 /*
- * free_enterprise: frees an enterprise from doMalloc(), its name and its object identifier, but not
- * its trap records. It must have been unlinked.
+ * free_enterprise: frees an enterprise, its name and its object identifier, but not its trap
+ * records: one that the library made, which nothing else frees, or one of the program's from
+ * doMalloc(). It must have been unlinked.
  */
 WQEVENTS_API void free_enterprise(enterprise_info* enterprise) WQEVENTS_NOEXCEPT;
 
 /* free_all_info: frees the whole model: enterprises, trap records, category names and actions. */
 WQEVENTS_API void free_all_info(void) WQEVENTS_NOEXCEPT;
+
+/*
+ * trapspec_relinked: tells that the lists were relinked or names and numbers rewritten by hand.
+ * After it every look-up and edit goes by the lists as they are.
+ */
+WQEVENTS_API void trapspec_relinked(void) WQEVENTS_NOEXCEPT;
 
 /*
  * setVortdConfFile: names the configuration file; the name is copied. Null or an empty name returns

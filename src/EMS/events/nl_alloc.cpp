@@ -5,8 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "EMS/events/internal/text_arena.h"
+#include "EMS/events/nl_alloc.h"
+
 namespace wq {
 namespace {
+
+constinit TextArena file_texts;
 
 // Programs cannot go on without their configuration, and none of them expects these calls to fail.
 [[noreturn]] void give_up(const char* call, size_t size) {
@@ -15,7 +20,25 @@ namespace {
     std::exit(1);
 }
 
+// A block of the arena cannot grow, and how long it is nobody knows: what comes after it may be
+// copied along.
+void* moved_out(void* block, size_t size) {
+    void* memory = std::malloc(size);
+    if (memory != nullptr) {
+        std::memcpy(memory, block, std::min(file_texts.bytes_from(block), size));
+        file_texts.give_back(block);
+    }
+    return memory;
+}
+
 }  // namespace
+
+// Where the address sanitizer watches, it sees more of blocks that stand alone.
+void* file_block(size_t size) {
+    void* block = is_sanitized ? nullptr : file_texts.take(size);
+    return block != nullptr ? block : doMalloc(size);
+}
+
 }  // namespace wq
 
 void* doMalloc(size_t size) WQEVENTS_NOEXCEPT {
@@ -27,7 +50,8 @@ void* doMalloc(size_t size) WQEVENTS_NOEXCEPT {
 }
 
 void* doRealloc(void* p, size_t size) WQEVENTS_NOEXCEPT {
-    void* memory = std::realloc(p, std::max<size_t>(size, 1));
+    size = std::max<size_t>(size, 1);
+    void* memory = wq::file_texts.holds(p) ? wq::moved_out(p, size) : std::realloc(p, size);
     if (memory == nullptr) {
         wq::give_up("realloc", size);
     }
@@ -48,5 +72,7 @@ char* doStrdup(const char* s) WQEVENTS_NOEXCEPT {
 }
 
 void doFree(void* p) WQEVENTS_NOEXCEPT {
-    std::free(p);
+    if (p != nullptr && !wq::file_texts.give_back(p)) {
+        std::free(p);
+    }
 }

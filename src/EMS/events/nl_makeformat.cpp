@@ -10,6 +10,7 @@
 
 #include "EMS/events/internal/text_scan.h"
 #include "EMS/events/internal/text_sink.h"
+#include "EMS/events/nl_trapspec.h"
 
 int trpFormatDontMallocRaw = 0;
 
@@ -263,20 +264,24 @@ void keep_raw(trap_element& element, char* raw) {
 }
 
 }  // namespace
+
+void compile_format(char* raw, trap_element& element, void* (*allocate)(std::size_t)) {
+    char work[2 * raw_max + 1]; /* every character may be a percent sign */
+    interpret(raw, limit_length(raw), work);
+    const std::size_t length = std::strlen(work); /* an escape may have ended it early */
+    keep_raw(element, raw);
+    doFree(element.format);
+    element.num_args = 0;
+    element.format = static_cast<char*>(allocate(length + 1));
+    compile_tokens(element, work, length, element.format);
+}
+
 }  // namespace wq
 
 void makeFormatString(char* raw, trap_element* element) noexcept {
-    if (raw == nullptr || element == nullptr) {
-        return;
+    if (raw != nullptr && element != nullptr) {
+        wq::compile_format(raw, *element, doMalloc);
     }
-    char work[2 * wq::raw_max + 1]; /* every character may be a percent sign */
-    wq::interpret(raw, wq::limit_length(raw), work);
-    const std::size_t length = std::strlen(work); /* an escape may have ended it early */
-    wq::keep_raw(*element, raw);
-    doFree(element->format);
-    element->num_args = 0;
-    element->format = static_cast<char*>(doMalloc(length + 1));
-    wq::compile_tokens(*element, work, length, element->format);
 }
 
 void interpret_esc_sequences(const char* in, char* out) noexcept {

@@ -18,6 +18,7 @@
 #include <unordered_map>
 
 #include "EMS/events/internal/conf_lines.h"
+#include "EMS/events/nl_alloc.h"
 
 namespace wq {
 
@@ -34,8 +35,9 @@ struct Freed {
 using ModelText = std::unique_ptr<char, Freed>;
 
 inline ModelText model_text(std::string_view text) {
-    auto* copy = static_cast<char*>(doMalloc(text.size() + 1));
+    auto* copy = static_cast<char*>(file_block(text.size() + 1));
     text.copy(copy, text.size());
+    copy[text.size()] = '\0';
     return ModelText(copy);
 }
 

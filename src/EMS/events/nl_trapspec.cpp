@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <string_view>
 
 #include "EMS/events/nl_trapspec_index.h"
@@ -55,7 +56,7 @@ enterprise_info* follow_beginnings(OidView oid, enterprise_info* start) {
 // it has in common with `oid` is as much as another can still have.
 enterprise_info* longest_beginning(OidView oid, OidView part) {
     for (;;) {
-        enterprise_info* next = model_index().enterprise_before(part)->next;
+        enterprise_info* next = model_index.enterprise_before(part)->next;
         if (next == nullptr || begins_with(oid, oid_of(*next))) {
             return next;
         }
@@ -68,15 +69,15 @@ enterprise_info* longest_beginning(OidView oid, OidView part) {
 }
 
 enterprise_info* find_from(OidView oid, enterprise_info* start) {
-    if (start == nullptr || !model_index().is_searchable(oid)) {
+    if (start == nullptr || !model_index.is_searchable(oid)) {
         return follow_beginnings(oid, start);
     }
     if (start == enterprise_list_head.next) {
-        enterprise_info* known = model_index().known_enterprise(oid);
+        enterprise_info* known = model_index.known_enterprise(oid);
         return known != nullptr ? known : longest_beginning(oid, oid);
     }
     const OidView from = oid_of(*start);
-    if (begins_with(oid, from) || !model_index().is_listed(*start)) {
+    if (begins_with(oid, from) || !model_index.is_listed(*start)) {
         return follow_beginnings(oid, start);
     }
     const bool behind = compare_oids(oid, from) >= 0;
@@ -153,7 +154,12 @@ int name_to_enterprise(const char* name, enterprise_info** result) WQEVENTS_NOEX
     if (result == nullptr) {
         return -1;
     }
-    *result = name == nullptr ? nullptr : wq::model_index().find_enterprise(name);
+    enterprise_info* at = name == nullptr ? nullptr : enterprise_list_head.next;
+    while (at != nullptr &&
+           (at->enterprise_name == nullptr || std::strcmp(at->enterprise_name, name) != 0)) {
+        at = at->next;
+    }
+    *result = at;
     return *result != nullptr ? 0 : -1;
 }
 
@@ -193,7 +199,7 @@ trap_record* findExactTrapRecord(enterprise_info* enterprise, int generic, int s
         return nullptr;
     }
     const uint64_t numbers = wq::joined_numbers(generic, specific);
-    trap_record* at = wq::model_index().first_record(*enterprise, numbers);
+    trap_record* at = wq::model_index.first_record(*enterprise, numbers);
     while (at != nullptr && trapRecNodesMatch(at, node) == 0) {
         at = wq::of_numbers(at->next, numbers);
     }
@@ -206,7 +212,7 @@ int find_exact_trap_record(enterprise_info* enterprise, int generic, int specifi
         return -1;
     }
     *result = enterprise == nullptr ? nullptr
-                                    : wq::model_index().first_record(
+                                    : wq::model_index.first_record(
                                           *enterprise, wq::joined_numbers(generic, specific));
     return *result != nullptr ? 0 : -1;
 }
@@ -217,12 +223,12 @@ int nameToTrapAndEnterprise(const char* name, trap_record** rec,
         return -1;
     }
     const wq::NamedTrap found =
-        name == nullptr ? wq::NamedTrap() : wq::model_index().find_trap(wq::name_text(name));
+        name == nullptr ? wq::NamedTrap() : wq::model_index.find_trap(wq::name_text(name));
     *rec = found.record;
     *enterprise = found.enterprise;
     return found.record != nullptr ? 0 : -1;
 }
 
 trap_record* nameToExactTrap(const char* name) WQEVENTS_NOEXCEPT {
-    return name == nullptr ? nullptr : wq::model_index().find_trap(wq::name_text(name)).record;
+    return name == nullptr ? nullptr : wq::model_index.find_trap(wq::name_text(name)).record;
 }

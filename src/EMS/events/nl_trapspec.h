@@ -1,9 +1,12 @@
-// What frees the parts of a trap record.
+// What makes and frees the parts of a trap record.
 #pragma once
 
 #include <wqevents/configuration.h>
 
 namespace wq {
+
+// makeFormatString() with memory for the compiled text by `allocate`; neither pointer is null.
+void compile_format(char* raw, trap_element& element, void* (*allocate)(size_t));
 
 // The strings of a compiled format; the element stays, and still points at them.
 inline void release_texts(const trap_element& element) {

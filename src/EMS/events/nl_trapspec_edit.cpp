@@ -3,11 +3,13 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <span>
 #include <string_view>
 
 #include <wqevents/alerts.h>
 
+#include "EMS/events/nl_alloc.h"
 #include "EMS/events/nl_trapspec.h"
 #include "EMS/events/nl_trapspec_index.h"
 
@@ -40,7 +42,6 @@ void release_slots(prxSlotMapping* slots) {
 void release_record(trap_record* rec) {
     // A pointer that somebody still holds then shows a record without a name.
     rec->name[0] = '\0';
-    model_index().forget(rec);
     release_list(rec->nodeList, rec->nodeCnt);
     release_slots(rec->slotMap);
     doFree(rec->prxClassName);
@@ -49,7 +50,7 @@ void release_record(trap_record* rec) {
     release_element(rec->execargs_ptr);
     release_element(rec->exec_display_args_ptr);
     delete_ferlo_record(rec);
-    doFree(rec);
+    model_index.free(rec);
 }
 
 // What a record is made or updated from, besides what it is found by.
@@ -82,24 +83,34 @@ void store_name(trap_record& rec, std::string_view name) {
 // The first record with nodes that holds for one of them, taken in turn, else the one without.
 trap_record* record_to_update(enterprise_info& enterprise, int generic, int specific,
                               const NewTrap& trap) {
-    if (trap.nodeCnt <= 0) {
-        return findExactTrapRecord(&enterprise, generic, specific, nullptr);
+    trap_record* first = model_index.first_record(enterprise, joined_numbers(generic, specific));
+    if (first == nullptr) {
+        return nullptr;
     }
-    const uint64_t numbers = joined_numbers(generic, specific);
-    trap_record* first = model_index().first_record(enterprise, numbers);
-    for (const char* node : strings(trap.nodeList, trap.nodeCnt)) {
-        for (trap_record* at = first; at != nullptr; at = of_numbers(at->next, numbers)) {
-            if (at->nodeCnt > 0 && trapRecNodesMatch(at, node) != 0) {
-                return at;
-            }
+    const std::span<char*> nodes = strings(trap.nodeList, trap.nodeCnt);
+    try {
+        if (NodeRuns* runs = model_index.node_runs()) {
+            return nodes.empty() ? runs->find_general(enterprise, first)
+                                 : runs->find(enterprise, first, nodes);
         }
+    } catch (const std::bad_alloc&) {
+        model_index.drop_node_runs();
     }
-    return nullptr;
+    return nodes.empty() ? findExactTrapRecord(&enterprise, generic, specific, nullptr)
+                         : first_holding(first, nodes);
+}
+
+// What the parts of a record are made in.
+using Allocate = void* (*)(size_t);
+
+Allocate allocation() {
+    return model_index.is_believed() ? file_block : doMalloc;
 }
 
 trap_element* compiled(char* raw) {
-    auto* element = static_cast<trap_element*>(doMalloc(sizeof(trap_element)));
-    makeFormatString(raw, element);
+    auto* element = static_cast<trap_element*>(allocation()(sizeof(trap_element)));
+    *element = {};
+    compile_format(raw, *element, allocation());
     return element;
 }
 
@@ -110,7 +121,7 @@ void store_texts(trap_record& rec, const NewTrap& trap) {
         rec.trapDescription = trap.description;
     }
     if (trap.rawformat != nullptr) {
-        makeFormatString(trap.rawformat, &rec.description);
+        compile_format(trap.rawformat, rec.description, allocation());
     }
     if (trap.rawexec != nullptr) {
         release_element(rec.execargs_ptr);
@@ -124,8 +135,10 @@ void store_texts(trap_record& rec, const NewTrap& trap) {
 
 // The event class and the slots of a record that exists are kept: they are its operator's.
 void update(trap_record& rec, const NewTrap& trap) {
-    store_name(rec, trap.name);
-    model_index().renamed(rec);
+    if (name_text(rec.name) != trap.name) {
+        store_name(rec, trap.name);
+        model_index.renamed(rec);
+    }
     NewTrap unused = trap;
     if (rec.nodeCnt == 0) {
         std::swap(rec.nodeList, unused.nodeList);
@@ -136,24 +149,28 @@ void update(trap_record& rec, const NewTrap& trap) {
     release_unused(unused);
 }
 
+// The name, cut so that "_" and the number still fit.
+std::string_view suffixed_name(std::string_view name, int number,
+                               std::array<char, EMS_NAME_MAX>& room) {
+    std::array<char, 12> suffix{'_'};
+    const char* end = std::to_chars(suffix.data() + 1, suffix.data() + suffix.size(), number).ptr;
+    const std::string_view digits(suffix.data(), static_cast<size_t>(end - suffix.data()));
+    const std::string_view base = name.substr(0, room.size() - 1 - digits.size());
+    const char* last = std::ranges::copy(digits, std::ranges::copy(base, room.begin()).out).out;
+    return {room.data(), static_cast<size_t>(last - room.data())};
+}
+
 // The name, or its beginning with "_" and the first number from 1 on that makes a name of its own.
 std::string_view unique_name(std::string_view name, std::array<char, EMS_NAME_MAX>& room) {
-    if (!model_index().is_taken(name)) {
+    if (!model_index.is_taken(name)) {
         return name;
     }
-    std::array<char, 12> suffix{'_'};
-    std::string_view text;
-    int& number = model_index().next_suffix(name);
-    for (bool taken = true; taken; ++number) {
-        const char* end =
-            std::to_chars(suffix.data() + 1, suffix.data() + suffix.size(), number).ptr;
-        const std::string_view digits(suffix.data(), static_cast<size_t>(end - suffix.data()));
-        const std::string_view base = name.substr(0, room.size() - 1 - digits.size());
-        char* last = std::ranges::copy(digits, std::ranges::copy(base, room.begin()).out).out;
-        text = {room.data(), static_cast<size_t>(last - room.data())};
-        taken = model_index().is_taken(text);
+    int number = model_index.first_suffix(name);
+    std::string_view text = suffixed_name(name, number, room);
+    while (model_index.is_taken(text)) {
+        text = suffixed_name(name, ++number, room);
     }
-    --number;  // the next one tries it first, should this one be removed
+    model_index.set_first_suffix(name, number + 1);
     return text;
 }
 
@@ -181,17 +198,17 @@ prxSlotMapping* slots_of(const NewTrap& trap) {
 void link(enterprise_info& enterprise, trap_record& rec) {
     const uint64_t numbers = numbers_of(rec);
     const bool behind = rec.nodeCnt == 0;
-    trap_record* before = model_index().record_before(enterprise, numbers);
+    trap_record* before = model_index.record_before(enterprise, numbers);
     while (behind && of_numbers(before->next, numbers) != nullptr) {
         before = before->next;
     }
     rec.next = before->next;
     before->next = &rec;
-    model_index().add(enterprise, rec, behind);
+    model_index.add(enterprise, rec, behind);
 }
 
 trap_record& create(enterprise_info& enterprise, int generic, int specific, const NewTrap& trap) {
-    auto* rec = static_cast<trap_record*>(doMalloc(sizeof(trap_record)));
+    trap_record* rec = model_index.make_record();
     std::array<char, EMS_NAME_MAX> room{};
     store_name(*rec, unique_name(trap.name, room));
     rec->generic_trap = generic;
@@ -227,16 +244,25 @@ Item* item_before(Item* head, Item* start, const Item* item) {
 }
 
 void remove(enterprise_info& enterprise, trap_record* rec) {
-    trap_record* before =
-        item_before(&enterprise.trap_rec_list_head,
-                    model_index().record_before(enterprise, numbers_of(*rec)), rec);
+    trap_record* before = item_before(&enterprise.trap_rec_list_head,
+                                      model_index.record_before(enterprise, numbers_of(*rec)), rec);
     before->next = rec->next;
     release_record(rec);
+}
+
+// Fetches what is looked at of a record when it is released.
+void prefetch(const trap_record* rec) {
+    const auto* first = reinterpret_cast<const char*>(rec);
+    __builtin_prefetch(first);
+    __builtin_prefetch(first + offsetof(trap_record, description));
+    __builtin_prefetch(first + offsetof(trap_record, execargs_ptr));
+    __builtin_prefetch(first + offsetof(trap_record, alert_element));
 }
 
 void release_enterprise_with_traps(enterprise_info* enterprise) {
     while (trap_record* rec = enterprise->trap_rec_list_head.next) {
         enterprise->trap_rec_list_head.next = rec->next;
+        prefetch(rec->next);
         release_record(rec);
     }
     free_enterprise(enterprise);
@@ -312,22 +338,21 @@ int insert_enterprise(const uint32_t* oid, uint32_t len, const char* name) WQEVE
     }
     char* own_name = doStrdup(name);
     const wq::OidView wanted(oid, len);
-    enterprise_info* before = wq::model_index().enterprise_before(wanted);
+    enterprise_info* before = wq::model_index.enterprise_before(wanted);
     enterprise_info* next = before->next;
     if (next != nullptr && wq::compare_oids(wq::oid_of(*next), wanted) == 0) {
         doFree(next->enterprise_name);
         next->enterprise_name = own_name;
-        wq::model_index().renamed(*next);
         return 0;
     }
-    auto* added = static_cast<enterprise_info*>(doMalloc(sizeof(enterprise_info)));
+    enterprise_info* added = wq::model_index.make_enterprise();
     added->enterprise_name = own_name;
     added->oid_len = len;
     added->enterprise_oid = static_cast<uint32_t*>(doMalloc(wanted.size_bytes()));
     std::ranges::copy(wanted, added->enterprise_oid);
     added->next = next;
     before->next = added;
-    wq::model_index().add(*added);
+    wq::model_index.add(*added);
     return 0;
 }
 
@@ -337,7 +362,7 @@ int delete_enterprise_record(enterprise_info* enterprise) WQEVENTS_NOEXCEPT {
     }
     enterprise_info* before =
         wq::item_before(&enterprise_list_head,
-                        wq::model_index().enterprise_before(wq::oid_of(*enterprise)), enterprise);
+                        wq::model_index.enterprise_before(wq::oid_of(*enterprise)), enterprise);
     if (before == nullptr) {
         return -1;
     }
@@ -412,15 +437,14 @@ void free_trap_record(trap_record* rec) WQEVENTS_NOEXCEPT {
 
 void free_enterprise(enterprise_info* enterprise) WQEVENTS_NOEXCEPT {
     if (enterprise != nullptr) {
-        wq::model_index().forget(enterprise);
         doFree(enterprise->enterprise_name);
         doFree(enterprise->enterprise_oid);
-        doFree(enterprise);
+        wq::model_index.free(enterprise);
     }
 }
 
 void free_all_info(void) WQEVENTS_NOEXCEPT {
-    wq::model_index().clear();  // at once, not record by record
+    wq::model_index.drop();  // at once, not record by record
     while (enterprise_info* enterprise = enterprise_list_head.next) {
         enterprise_list_head.next = enterprise->next;
         wq::release_enterprise_with_traps(enterprise);

@@ -1,28 +1,18 @@
 // The index beside the lists of the configuration: it tells where in a list to look.
 //
-// The lists are the model, and a program may relink them and edit records without telling. So the
-// index never answers by itself. It keeps, in the order of each list, the records that the library
-// made and has not freed yet, and names one of them from which the list itself is then followed.
-// Only such records are ever read on the index's word, and free_trap_record() and
-// free_enterprise() take them out, so none of them can be gone; records that a program made are
-// come upon by following the list.
+// The lists are the model, and a program may edit single items of them without telling. So the
+// index never answers by itself. It knows the items that the library made and has not freed, and
+// names one of them from which the list itself is then followed. Items that a program made are met
+// on the way and never kept.
 //
-// What an answer by order needs, and how it is made sure of:
-//   - The starting point sorts before what is searched: its fields are compared, not the copies.
-//   - It is in the list: the links before it lead to it, from the head where the list is short and
-//     else over `checked_links` of them, and the head still leads to the first record. Whatever was
-//     unlinked, moved or renumbered there shows; the list is then followed from its head and
-//     indexed anew.
-//   - Behind it the list is in order, as whoever relinks it keeps it. A record out of order is not
-//     found by following the list from its head either.
-// What does not show is that more than `checked_links` neighbours were cut out of a longer list,
-// not its first record among them, and still lead to each other. The public header rules that out.
-//
-// Order says nothing about names. The only item that is known by a name, has it still and is in its
-// list is the answer; where several are known, the lists are asked. A name that no known item has
-// may still have been written into one, so the lists are asked as well, and what they say is kept.
-// That names are unique is what the public header asks of those who write them. Where few records
-// are configured the lists alone are asked.
+// The questions and where they are answered:
+//   nl_trapspec_index.cpp  What is known at all, and when is it given up? It is given up when there
+//                          is no memory for it and when trapspec_relinked() says so, and made anew
+//                          from the lists by the next question. Without it the lists are followed.
+//   nl_trapspec_order.cpp  Where do an object identifier and a pair of numbers belong? By binary
+//                          search; sure if the links before the place lead to it.
+//   nl_trapspec_names.cpp  Which trap has a name? By a hash; sure if the record still has the name
+//                          and is in its list.
 #pragma once
 
 #include <wqevents/configuration.h>
@@ -30,14 +20,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <functional>
+#include <map>
+#include <memory>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 #include "EMS/events/internal/index_tables.h"
+#include "EMS/events/internal/item_pool.h"
+#include "EMS/events/nl_trapspec_nodes.h"
 
 namespace wq {
 
@@ -61,7 +56,7 @@ inline uint64_t numbers_of(const trap_record& record) {
     return joined_numbers(record.generic_trap, record.specific_trap);
 }
 
-// The record, where there is one with these numbers.
+// The record, if there is one with these numbers.
 inline trap_record* of_numbers(trap_record* record, uint64_t numbers) {
     return record != nullptr && numbers_of(*record) == numbers ? record : nullptr;
 }
@@ -76,146 +71,166 @@ struct NamedTrap {
     trap_record* record = nullptr;
 };
 
+// What is known of an enterprise that the library made.
+struct EnterpriseEntry {
+    struct Record {
+        uint64_t numbers;
+        trap_record* item;
+    };
+
+    enterprise_info* item = nullptr;
+    std::vector<uint32_t> oid;  // a copy: the enterprise's own is the program's to change
+    uint32_t oid_hash = 0;
+    bool in_order = false;                    // in ModelIndex::Tables::enterprises
+    const EnterpriseEntry* before = nullptr;  // the one before it there
+    OrderedBlocks<Record> records;
+};
+
+// The notes beside the items: what the index holds of them.
+struct EnterpriseNote {
+    std::unique_ptr<EnterpriseEntry> entry;
+};
+struct RecordNote {
+    EnterpriseEntry* owner = nullptr;  // in whose `records` it is
+    trap_record* before = nullptr;     // the one before it there
+    uint64_t numbers = 0;              // by which it is there
+    uint32_t name_hash = 0;
+    uint32_t generation = 0;  // of the tables that it is about
+    bool named = false;       // in ModelIndex::Tables::by_name
+};
+
 class ModelIndex {
   public:
-    ModelIndex();
+    // Items of zeros, for the lists. They are never refused but as doMalloc() does.
+    trap_record* make_record();
+    enterprise_info* make_enterprise();
+    // Frees an item, which may be a program's, after it was unlinked.
+    void free(trap_record* record);
+    void free(enterprise_info* enterprise);
 
-    // The last enterprise, or the head, before the first one that `oid` does not sort behind.
+    // What the library does to the lists: called once it is done.
+    void add(enterprise_info& enterprise);
+    void add(enterprise_info& enterprise, trap_record& record, bool after_equals);
+    void renamed(trap_record& record);
+    // Forgets all: the next question makes it anew from the lists.
+    void drop();
+
+    // The last enterprise, or the head, before the first one that `oid` does not sort after.
     enterprise_info* enterprise_before(OidView oid);
     // The last record, or the head, of lower numbers before the first one that has them not.
     trap_record* record_before(enterprise_info& enterprise, uint64_t numbers);
-    // True where a search by order finds what following the list from its head does, and sooner.
-    bool is_searchable(OidView oid) const;
-    // The first enterprise with this object identifier, or null where that is not certain at once.
-    enterprise_info* known_enterprise(OidView oid) const;
-    // True where the enterprise is in the list.
+    // True if a search by order finds what following the list from its head does.
+    bool is_searchable(OidView oid);
+    // The first enterprise with this object identifier, or null if that is not certain at once.
+    enterprise_info* known_enterprise(OidView oid);
+    // True if the enterprise is in the list.
     bool is_listed(enterprise_info& enterprise);
-
     // The first record of these numbers, or null.
     trap_record* first_record(enterprise_info& enterprise, uint64_t numbers) {
         return of_numbers(record_before(enterprise, numbers)->next, numbers);
     }
 
-    // The first trap, or enterprise, of that name.
+    // The first trap of that name.
     NamedTrap find_trap(std::string_view name);
-    enterprise_info* find_enterprise(const char* name);
-    // True where a trap has the name. One that a program gave by hand counts where the lists are
-    // short or once find_trap() has come upon it.
+    // True if a trap has the name. In a large model a name that was written by hand counts once
+    // find_trap() has come upon it.
     bool is_taken(std::string_view name);
-    // The first of the numbers from 1 on that may still be free behind the name and "_".
-    int& next_suffix(std::string_view name);
+    // Numbers from 1 to below it make names of that beginning that are all taken.
+    int first_suffix(std::string_view name);
+    void set_first_suffix(std::string_view name, int number);
 
-    // What the library does to the lists: called once it is done, but forget() before the free.
-    void add(enterprise_info& enterprise);
-    void add(enterprise_info& enterprise, trap_record& record, bool behind_equals);
-    void renamed(enterprise_info& enterprise);
-    void renamed(trap_record& record);
-    void forget(const enterprise_info* enterprise);
-    void forget(const trap_record* record);
-    void clear();
-
-    // Between the two no program edits the lists: after one look at all of them the index is
-    // believed, records that it does not hold otherwise included.
-    void begin_trust();
-    void end_trust();
+    // Between the two no program edits the lists: the index is believed, and what is not in it is
+    // not in the lists.
+    void begin_reading();
+    void end_reading();
+    bool is_believed() const { return reading_ != nullptr; }
+    // The records by their nodes; null unless a file is read and there is memory for them.
+    NodeRuns* node_runs() { return reading_ == nullptr ? nullptr : &reading_->runs; }
+    void drop_node_runs();
 
   private:
-    static constexpr uint32_t none = UINT32_MAX;
-    static constexpr uint32_t stranger = none - 1;  // in the place of an item not held
     static constexpr size_t checked_links = 3;
-    static constexpr size_t short_list = 16;    // enterprises, or records of one
-    static constexpr size_t few_records = 128;  // in all
+    static constexpr size_t few_records = 1000;  // whose names the lists alone are asked for
 
-    struct RecordEntry {
-        uint64_t numbers;
-        trap_record* item;
-        uint32_t id;
+    struct Tables {
+        OrderedBlocks<EnterpriseEntry*> enterprises;
+        HashTable<EnterpriseEntry> by_oid;
+        uint32_t quadrants = 0;  // see in_one_order()
+        HashTable<trap_record> by_name;
+        std::unordered_set<uint32_t> foreign_names;  // hashes of names that other records have
     };
-    struct RecordNode {
-        trap_record* item = nullptr;
-        uint64_t numbers = 0;
-        uint32_t enterprise = none;  // in whose `records` it is
-        uint32_t before = none;      // the one before it there
-        uint32_t name_hash = 0;
+    struct Reading {
+        std::map<std::string, NamedTrap, std::less<>> foreign;  // records that are in no order
+        std::map<std::string, int, std::less<>> suffixes;
+        NodeRuns runs;
     };
-    struct EnterpriseNode {
-        enterprise_info* item = nullptr;
-        ModelVector<uint32_t> oid;  // a copy: the enterprise's own is the program's to change
-        OrderedBlocks<RecordEntry> records;
-        const EnterpriseNode* before = nullptr;  // in `enterprises_`
-        uint32_t oid_hash = 0;
-        uint32_t name_hash = 0;
-        bool named = false;        // in `enterprises_by_name_`
-        bool name_shared = false;  // or was: others have the name, too
-        bool in_order = false;     // in `enterprises_`
-    };
-    struct EnterpriseEntry {
-        EnterpriseNode* node;
-        enterprise_info* item;
-    };
-    using Suffixes = std::unordered_map<std::string, int, std::hash<std::string>, std::equal_to<>,
-                                        ModelAllocator<std::pair<const std::string, int>>>;
 
-    template <class T>
-    using Nodes = std::deque<T, ModelAllocator<T>>;
+    struct Bearers {
+        trap_record* record = nullptr;
+        int count = 0;
+    };
+
+    bool is_made();
+    void make_tables();
+    // False when there was no memory for the change: then the index is given up.
+    template <class Change>
+    bool change(Change change) {
+        try {
+            change();
+            return true;
+        } catch (const std::bad_alloc&) {
+            drop();
+            return false;
+        }
+    }
+
+    RecordNote* note_of(const trap_record& record);
+    EnterpriseEntry* entry_of(enterprise_info& enterprise);
+    EnterpriseEntry* known_entry(const enterprise_info& enterprise);
+    static EnterpriseEntry& new_entry(enterprise_info& enterprise, EnterpriseNote& note);
+    void put_in_order(trap_record& record, RecordNote& note, EnterpriseEntry& owner,
+                      bool after_equals);
+    void take_out_of_order(const trap_record& record, RecordNote& note);
+    void put_in_order(EnterpriseEntry& entry);
+    void take_out_of_order(EnterpriseEntry& entry);
+    void release_records(EnterpriseEntry& entry);
+    void index_enterprises();
+    void index_records(EnterpriseEntry& entry);
+    bool in_one_order(OidView oid) const;
+    bool is_linked(const EnterpriseEntry& entry) const;
+
+    template <class Item, class Order, class Below, class EntryBelow, class ItemOf>
+    Item* last_below(Item* head, const Order& order, EntryBelow entry_below, Below below,
+                     ItemOf item_of) const;
 
     uint32_t hash_name(std::string_view name) const;
     uint32_t hash_oid(OidView oid) const;
-    uint32_t id_of(const trap_record* record) const;
-    uint32_t id_of(const enterprise_info* enterprise) const;
-    uint32_t enter(trap_record& record);
-    uint32_t enter(enterprise_info& enterprise);
-    void enter_name(uint32_t id);
-    void drop_name(uint32_t id);
-
-    void put_in_order(uint32_t id, uint32_t enterprise, bool behind_equals);
-    void take_out_of_order(RecordNode& node);
-    void put_in_order(EnterpriseNode& node);
-    void take_out_of_order(EnterpriseNode& node);
-
-    bool in_one_order(OidView oid) const;
-    template <class Item, class Order, class EntryBelow, class Below>
-    Item* last_below(Item* head, const Order& order, EntryBelow entry_below, Below below) const;
-    bool is_linked(const EnterpriseNode& node) const;
-    bool is_linked(const RecordNode& node) const;
-    void index_enterprises();
-    void index_records(uint32_t enterprise);
-    void release_records(EnterpriseNode& node);
-
-    static void note_stranger(IdTable& names, uint32_t hash);
+    void enter_name(trap_record& record, RecordNote& note);
+    void note_foreign(enterprise_info& enterprise, trap_record& record);
+    bool is_linked(const trap_record& record);
+    bool is_in_list(trap_record& record, enterprise_info& enterprise);
+    Bearers bearers(std::string_view name, uint32_t hash) const;
     bool follows_names() const;
-    bool is_in_list(const RecordNode& node);
-    NamedTrap known_trap(std::string_view name);
-    enterprise_info* known_name(const char* name);
+    NamedTrap known_trap(std::string_view name, uint32_t hash);
 
-    Nodes<RecordNode> record_nodes_;
-    Nodes<EnterpriseNode> enterprise_nodes_;
-    ModelVector<uint32_t> free_records_;  // numbers of nodes that are not in use
-    ModelVector<uint32_t> free_enterprises_;
-    IdTable records_by_address_;
-    IdTable records_by_name_;
-    IdTable enterprises_by_address_;
-    IdTable enterprises_by_name_;
-    IdTable enterprises_by_oid_;
-    OrderedBlocks<EnterpriseEntry> enterprises_;
-    uint32_t quadrants_ = 0;      // see in_one_order()
-    bool unknown_names_ = false;  // the one known to share a name with enterprises has left
-    Suffixes suffixes_;
-    ModelVector<trap_record*> guest_records_;  // held for as long as the index is believed
-    ModelVector<enterprise_info*> guest_enterprises_;
-    int trust_ = 0;
-    mutable uint32_t last_enterprise_ = 0;  // found last by its address
-    uint64_t seed_;
+    uint64_t seed() const { return reinterpret_cast<uintptr_t>(this) | 1U; }
+
+    ItemPool<trap_record, RecordNote> records_;
+    ItemPool<enterprise_info, EnterpriseNote> enterprises_;
+    Tables* tables_ = nullptr;    // null: to be made anew
+    Reading* reading_ = nullptr;  // null: programs may edit the lists
+    int readers_ = 0;
+    uint32_t generation_ = 0;  // of the tables
 };
 
-// The one beside enterprise_list_head. It outlives every program's last call.
-ModelIndex& model_index();
+// The one beside enterprise_list_head.
+extern constinit ModelIndex model_index;
 
 // While one lives the index is believed.
 class IndexTrust {
   public:
-    IndexTrust() { model_index().begin_trust(); }
-    ~IndexTrust() { model_index().end_trust(); }
+    IndexTrust() { model_index.begin_reading(); }
+    ~IndexTrust() { model_index.end_reading(); }
     IndexTrust(const IndexTrust&) = delete;
     IndexTrust& operator=(const IndexTrust&) = delete;
 };

@@ -1,98 +1,81 @@
 // The containers that the index beside the configuration is made of.
 #pragma once
 
-#include <wqevents/configuration.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace wq {
 
-// Memory that runs out is reported as the rest of the configuration's memory is.
-template <class T>
-struct ModelAllocator {
-    using value_type = T;
-
-    ModelAllocator() = default;
-    template <class U>
-    ModelAllocator(const ModelAllocator<U>& /*other*/) {}  // NOLINT(google-explicit-constructor)
-
-    T* allocate(std::size_t n) {
-        // NOLINTNEXTLINE(bugprone-sizeof-expression): the elements may be pointers
-        return static_cast<T*>(doMalloc(n * sizeof(T)));
-    }
-    void deallocate(T* p, std::size_t /*n*/) { doFree(p); }
-    bool operator==(const ModelAllocator& /*other*/) const { return true; }
-};
-
-template <class T>
-using ModelVector = std::vector<T, ModelAllocator<T>>;
-
-// Numbers of entries by the hash of what they are looked up by; several may have the same.
-class IdTable {
+// Items by the hash of what they are looked up by; several may have the same.
+template <class Item>
+class HashTable {
   public:
-    void insert(uint32_t hash, uint32_t id) {
+    void insert(uint32_t hash, Item* item) {
         if (slots_.size() < 2 * (used_ + 1)) {
             grow();
         }
-        place({hash, id + 1});
+        place({item, hash});
         ++used_;
     }
 
-    // Removes the entry, which is there.
-    void erase(uint32_t hash, uint32_t id) {
+    // Removes the item, which is there.
+    void erase(uint32_t hash, const Item* item) {
         std::size_t at = hash & mask();
-        while (slots_[at].id != id + 1) {
+        while (slots_[at].item != item) {
             at = (at + 1) & mask();
         }
         close_gap(at);
         --used_;
     }
 
-    // Calls `visit` with the number of each entry of that hash until it returns false.
+    // Calls `visit` with each item of that hash until it returns false.
     template <class Visit>
     void visit(uint32_t hash, Visit visit) const {
         if (slots_.empty()) {
             return;
         }
-        for (std::size_t at = hash & mask(); slots_[at].id != 0; at = (at + 1) & mask()) {
-            if (slots_[at].hash == hash && !visit(slots_[at].id - 1)) {
+        for (std::size_t at = hash & mask(); slots_[at].item != nullptr; at = (at + 1) & mask()) {
+            if (slots_[at].hash == hash && !visit(slots_[at].item)) {
                 return;
             }
         }
     }
 
+    std::size_t size() const { return used_; }
+
   private:
     struct Slot {
+        Item* item;  // null where the slot is free
         uint32_t hash;
-        uint32_t id;  // plus 1; 0 where the slot is free
     };
 
     std::size_t mask() const { return slots_.size() - 1; }
 
     void place(Slot slot) {
         std::size_t at = slot.hash & mask();
-        while (slots_[at].id != 0) {
+        while (slots_[at].item != nullptr) {
             at = (at + 1) & mask();
         }
         slots_[at] = slot;
     }
 
     void grow() {
-        ModelVector<Slot> old(std::max<std::size_t>(16, 2 * slots_.size()));
+        std::vector<Slot> old(std::max<std::size_t>(16, 2 * slots_.size()));
         old.swap(slots_);
         for (const Slot& slot : old) {
-            if (slot.id != 0) {
+            if (slot.item != nullptr) {
                 place(slot);
             }
         }
     }
 
-    // A search ends at a free slot, so what comes behind the gap moves up where it may.
+    // A search ends at a free slot, so what comes after the gap moves up if it may.
     void close_gap(std::size_t gap) {
-        for (std::size_t at = (gap + 1) & mask(); slots_[at].id != 0; at = (at + 1) & mask()) {
+        for (std::size_t at = (gap + 1) & mask(); slots_[at].item != nullptr;
+             at = (at + 1) & mask()) {
             const std::size_t home = slots_[at].hash & mask();
             if (((at - home) & mask()) >= ((at - gap) & mask())) {
                 slots_[gap] = slots_[at];
@@ -102,7 +85,7 @@ class IdTable {
         slots_[gap] = {};
     }
 
-    ModelVector<Slot> slots_;  // a power of two of them, at least half of them free
+    std::vector<Slot> slots_;  // a power of two of them, at least half of them free
     std::size_t used_ = 0;
 };
 
@@ -140,18 +123,22 @@ class OrderedBlocks {
     // The first place whose entry is not `below`, which holds for a beginning of the sequence.
     template <class Below>
     Place first_not(Below below) const {
-        if (!blocks_.empty() && below(blocks_.back().back())) {
-            return end();  // where a list in ascending order grows
-        }
         const auto next = std::partition_point(firsts_.begin(), firsts_.end(), below);
         if (next == firsts_.begin()) {
             return begin();
         }
         const auto number = static_cast<std::size_t>(next - firsts_.begin());
         const Block& block = blocks_[number - 1];
+        fetch(block);
         const auto at = std::partition_point(block.begin(), block.end(), below);
         return at == block.end() ? Place{number, 0}
                                  : Place{number - 1, static_cast<std::size_t>(at - block.begin())};
+    }
+
+    // The same where it is likely the end, as where a list in ascending order grows.
+    template <class Below>
+    Place first_not_from_end(Below below) const {
+        return blocks_.empty() || below(blocks_.back().back()) ? end() : first_not(below);
     }
 
     void insert(Place at, const Entry& entry) {
@@ -188,8 +175,18 @@ class OrderedBlocks {
     }
 
   private:
-    using Block = ModelVector<Entry>;
-    static constexpr std::size_t block_max = 64;
+    using Block = std::vector<Entry>;
+    static constexpr std::size_t block_max = 32;
+
+    // All of it at once, instead of one part after the other as the search goes on.
+    static void fetch(const Block& block) {
+        constexpr std::size_t line = 64;
+        const auto* at = reinterpret_cast<const char*>(block.data());
+        const auto* end = reinterpret_cast<const char*>(block.data() + block.size());
+        for (; at < end; at += line) {
+            __builtin_prefetch(at);
+        }
+    }
 
     // Sees to it that the block of the new entry has room; gives the entry's place.
     Place make_room(Place at) {
@@ -215,12 +212,16 @@ class OrderedBlocks {
     }
 
     void add_block(std::size_t number) {
-        blocks_.emplace(blocks_.begin() + static_cast<std::ptrdiff_t>(number));
+        Block block;
+        if (number != 0) {
+            block.reserve(block_max);
+        }
+        blocks_.emplace(blocks_.begin() + static_cast<std::ptrdiff_t>(number), std::move(block));
         firsts_.emplace(firsts_.begin() + static_cast<std::ptrdiff_t>(number));
     }
 
-    ModelVector<Entry> firsts_;  // of each block, beside each other for the search
-    ModelVector<Block> blocks_;  // none of them empty
+    std::vector<Entry> firsts_;  // of each block, beside each other for the search
+    std::vector<Block> blocks_;  // none of them empty
     std::size_t size_ = 0;
 };
 
