@@ -113,7 +113,7 @@ class ConfEdit : public testing::Test {
         const CommandRun run = edit(words);
         EXPECT_EQ(run.status, status) << message;
         EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, std::string("wqevents conf: ").append(message).append("\n"));
+        EXPECT_EQ(run.err, "wqevents conf " + words.at(0) + ": " + message + "\n");
         EXPECT_EQ(dir_.read("conf"), before) << message;
     }
     void put_alert(const std::string& text) { dir_.write("ferlod.conf", text); }
@@ -168,7 +168,7 @@ TEST_F(ConfEdit, RefusesToListWhatIsNotThere) {
         const CommandRun run = conf(row.words);
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, std::string("wqevents conf: ").append(row.message).append("\n"));
+        EXPECT_EQ(run.err, "wqevents conf " + row.words.at(0) + ": " + row.message + "\n");
     }
 }
 
@@ -176,7 +176,8 @@ TEST_F(ConfEdit, RefusesToListWhatIsNotThere) {
 TEST_F(ConfEdit, TakesNoFileInPart) {
     dir_.write("conf", file_of({battery}).append(60000, 'x').append("\n").append(up));
     expect_refusal({"delete", "battery"}, file_ + ": Line too long");
-    EXPECT_EQ(conf({"list", "--conf", file_}).err, "wqevents conf: " + file_ + ": Line too long\n");
+    EXPECT_EQ(conf({"list", "--conf", file_}).err,
+              "wqevents conf list: " + file_ + ": Line too long\n");
 }
 
 TEST_F(ConfEdit, ShowsATrap) {
@@ -370,9 +371,9 @@ TEST_F(ConfEdit, RefusesWhatWouldNotBeReadBack) {
         {{"--slot", "a=b\nc"}, "the value of a slot contains a line break"},
         {{"--slot", "a=b "}, "the slots would not be read back as it is given: 'a=b ' as 'a=b'"},
         {{"--description", "a\n#b\nc"},
-         "the description would not be read back as it is given: 'a\n#b\nc' as 'a\nc'"},
+         "the description would not be read back as it is given: 'a\\x0a#b\\x0ac' as 'a\\x0ac'"},
         {{"--description", "a\n b"},
-         "the description would not be read back as it is given: 'a\n b' as 'a\nb'"},
+         "the description would not be read back as it is given: 'a\\x0a b' as 'a\\x0ab'"},
         {{"--description", "a\nEDESC\nb"},
          "it would not be read back: Bad name line (matched 1, not 8 tokens)"},
         {{"--description", std::string(5021, 'd')},
@@ -484,8 +485,8 @@ TEST_F(ConfEdit, RefusesWhileAnotherEdits) {
     const LockHolder other(file_);
     expect_refusal({"delete", "up"},
                    "Another Event Configuration process is already running.\n"
-                   "Could not lock configuration file \"" +
-                       file_ + "\".\nError 11: Resource temporarily unavailable.");
+                   "\tCould not lock configuration file \"" +
+                       file_ + "\".\n\tError 11: Resource temporarily unavailable.");
 }
 
 TEST_F(ConfEdit, WaitsForTheLock) {
@@ -506,8 +507,8 @@ TEST_F(ConfEdit, WaitsForNothingElse) {
     const CommandRun run = edit({"delete", "up", "--wait", "60"});
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "wqevents conf: Could not open configuration file \"" + file_ +
-                           "\".\nError 2: No such file or directory.\n");
+    EXPECT_EQ(run.err, "wqevents conf delete: Could not open configuration file \"" + file_ +
+                           "\".\n\tError 2: No such file or directory.\n");
 }
 
 TEST_F(ConfEdit, EditorsAtOnceLoseNothing) {
@@ -555,7 +556,7 @@ TEST_F(ConfEdit, WarnsWhereThereIsNoDaemon) {
         EXPECT_EQ(run.status, 0);
         EXPECT_EQ(run.out, "deleted 'up' in " + file_ + "\n");
         EXPECT_EQ(run.err, "Warning: " + file_ +
-                               " updated, but cannot connect event to vortd.\nChanges won't take "
+                               " updated, but cannot connect event to vortd.\n\tChanges won't take "
                                "effect until vortd and zelevents are restarted.\n");
     });
 }
@@ -606,7 +607,7 @@ TEST_F(ConfEdit, CheckReadsTheAlerts) {
     const CommandRun bad = conf({"check", file_});
     EXPECT_EQ(bad.status, 1);
     EXPECT_EQ(bad.out, "");
-    EXPECT_EQ(bad.err, "wqevents conf: Did not find a matching trap name at line #1 of \"" +
+    EXPECT_EQ(bad.err, "wqevents conf check: Did not find a matching trap name at line #1 of \"" +
                            dir_.path("ferlod.conf") + "\"\n");
     EXPECT_EQ(edit({"delete", "up"}).status, 0) << "the traps can be edited all the same";
 }

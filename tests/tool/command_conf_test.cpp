@@ -25,7 +25,7 @@ class ConfCheck : public testing::Test {
     void expect_failure(const CommandRun& run, const std::string& message) const {
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, "wqevents conf: " + message + "\n");
+        EXPECT_EQ(run.err, "wqevents conf check: " + message + "\n");
     }
 
     TempDir dir_;
@@ -51,9 +51,9 @@ TEST_F(ConfCheck, TakesTheUsualFileByItself) {
 
 TEST_F(ConfCheck, ShowsTheReadersMessage) {
     expect_failure(check(good + "bad\n"),
-                   "Bad name line (matched 1, not 8 tokens)\n in line #20 "
+                   "Bad name line (matched 1, not 8 tokens)\n\t in line #20 "
                    "of \"" +
-                       file_ + "\":\nbad.");
+                       file_ + "\":\n\tbad.");
     expect_failure(check("ACTION 1 \"a\" c\n"),
                    "End of file in \"" + file_ + "\" prematurely reached after ACTION keyword");
     std::remove(file_.c_str());

@@ -71,13 +71,13 @@ TEST_F(Format, EachKindHasItsLayout) {
         {{"--kind", "zleevent"},
          "Tue Nov 14 22:13:20 2023 192.0.2.7       A one 6/1 of public from 192.0.2.7: hi\n"
          "Tue Nov 14 22:13:20 2023 192.0.2.7       D first of public\n"
-         "second of 0\n"
-         "third\n"},
+         "\tsecond of 0\n"
+         "\tthird\n"},
         {{"--kind", "kmevents"},
          "Tue Nov 14 22:13:20 2023 192.0.2.7       A one 6/1 of public from 192.0.2.7: hi\n"
          "Tue Nov 14 22:13:20 2023 192.0.2.7       D first of public\n"
-         "second of 0\n"
-         "third\n"
+         "\tsecond of 0\n"
+         "\tthird\n"
          "Tue Nov 14 22:13:20 2023 192.0.2.7       A logged\n"},
         {{"--kind", "obu"},
          "192.0.2.7: one 6/1 of public from 192.0.2.7: hi\n"
@@ -87,8 +87,8 @@ TEST_F(Format, EachKindHasItsLayout) {
         {{"--kind", "prx"},
          "one 6/1 of public from 192.0.2.7: hi\n"
          "first of public\n"
-         "second of 0\n"
-         "third\n"
+         "\tsecond of 0\n"
+         "\tthird\n"
          "logged\n"},
     };
     const std::string file = folder_.write(
@@ -127,7 +127,7 @@ TEST_F(Format, TakesEveryKindOfFile) {
 TEST_F(Format, TakesSeveralFilesAndTheStandardInput) {
     const std::string two = folder_.write("two", to_hex(formatted_trap(2)));
     const std::string four = folder_.write("four", text_of(formatted_trap(4)));
-    const std::string text = "first of public\nsecond of 0\nthird\n";
+    const std::string text = "first of public\n\tsecond of 0\n\tthird\n";
     for (const std::string& input :
          {capture_of({formatted_trap(2)}), to_hex(formatted_trap(2)), text_of(formatted_trap(2))}) {
         const CommandRun run = format({"--kind", "prx", four, "-", two}, input);
@@ -336,7 +336,7 @@ TEST_F(Format, AConfigurationThatCannotBeReadIsAFailure) {
         format({"--conf", folder_.write("wrong", "CATEGORY 64 \"Beyond\"\n"), traps});
     EXPECT_EQ(wrong.status, 1);
     EXPECT_EQ(wrong.err, "wqevents format: Bad category number (must be < 64) in line #1 of \"" +
-                             folder_.path("wrong") + "\":\nCATEGORY 64 \"Beyond\".\n");
+                             folder_.path("wrong") + "\":\n\tCATEGORY 64 \"Beyond\".\n");
     const EnvValue mib("WQMIBFILE", folder_.path("missing.txt"));
     const CommandRun no_mib = format({traps});
     EXPECT_EQ(no_mib.status, 1);

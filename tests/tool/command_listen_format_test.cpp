@@ -143,7 +143,7 @@ TEST_F(ListenFormat, AChangedConfigurationThatCannotBeReadEndsIt) {
     EXPECT_NE(listener.err().find("received 2 traps\n"), std::string::npos) << listener.err();
     const std::string last =
         "wqevents listen: Bad category number (must be < 64) in line #1 of \"" + file +
-        "\":\nCATEGORY 64 \"Beyond\".\n";
+        "\":\n\tCATEGORY 64 \"Beyond\".\n";
     EXPECT_TRUE(listener.err().ends_with(last)) << listener.err();
 }
 

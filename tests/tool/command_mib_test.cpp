@@ -220,7 +220,7 @@ TEST(MibCompile, ErrorsAreToldAndNothingIsWritten) {
         EXPECT_EQ(run.status, 1);
         EXPECT_TRUE(holds(run.err, row.complaint)) << run.err;
         EXPECT_TRUE(
-            run.err.ends_with("wqevents mib: nothing is written: the modules have errors\n"))
+            run.err.ends_with("wqevents mib compile: nothing is written: the modules have errors\n"))
             << run.err;
         EXPECT_EQ(dir.read("mib.txt"), "as before");
         EXPECT_EQ(CommandRun(compile({row.module})).out, "");
@@ -243,7 +243,7 @@ TEST(MibCompile, WrongCommandLinesEndWithStatusTwo) {
         const CommandRun run(words);
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.out, "");
-        EXPECT_TRUE(holds(run.err, "wqevents mib: ")) << run.err;
+        EXPECT_TRUE(holds(run.err, "wqevents mib compile: ")) << run.err;
     }
 }
 

@@ -123,7 +123,7 @@ TEST_F(Send, HexFileThatCannotBe) {
         {"30 2", "no pair of hexadecimal digits at position 4"},
         {"30 zz", "no pair of hexadecimal digits at position 4"},
         {"", "holds 0 octets; a trap has 1 to 8192"},
-        {std::string(16386, '0'), "holds 8193 octets; a trap has 1 to 8192"},
+        {std::string(16386, '0'), "holds more than 8192 octets; a trap has 1 to 8192"},
     };
     for (const auto& row : rows) {
         const CommandRun run = send(raw(), {"--hex", folder_.write("bad.hex", row.content)});

@@ -1,3 +1,7 @@
+#include "number_option.h"
+
+#include <fcntl.h>
+
 #include "listening_process.h"
 
 namespace wq::test {
@@ -90,17 +94,28 @@ TEST(Usage, WrongCommandLinesEndWithStatusTwo) {
         const char* part;
     } rows[] = {
         {{}, "wqevents: A subcommand is required"},
-        {{"bogus"}, "wqevents: "},
-        {{"--bogus"}, "wqevents: "},
+        {{"bogus"}, "wqevents: there is no subcommand 'bogus'\n"},
+        {{"--bogus"}, "wqevents: there is no option '--bogus'\n"},
+        {{"lisen"}, "wqevents: there is no subcommand 'lisen'; did you mean 'listen'?\n"},
+        {{"xy"}, "wqevents: there is no subcommand 'xy'\n"},
+        {{"bogus", "--help"}, "wqevents: there is no subcommand 'bogus'\n"},
+        {{"--help", "bogus"}, "wqevents: there is no subcommand 'bogus'\n"},
+        {{"bogus", "--version"}, "wqevents: there is no subcommand 'bogus'\n"},
+        {{"conf", "chekc"}, "wqevents conf: there is no subcommand 'chekc'; did you mean 'check'?"},
+        {{"conf", "send"}, "wqevents conf: there is no subcommand 'send'"},
+        {{"conf", "bogus", "--help"}, "wqevents conf: there is no subcommand 'bogus'\n"},
+        {{"mib", "complie"}, "wqevents mib: there is no subcommand 'complie'"},
+        {{"codepoints", "dmup"}, "wqevents codepoints: there is no subcommand 'dmup'; did you"},
         {{"listen", "--bogus"},
          "wqevents listen: The following argument was not expected: --bogus"},
         {{"format"}, "wqevents format: FILE is required"},
         {{"conf"}, "wqevents conf: A subcommand is required"},
-        {{"conf", "check", "one", "two"}, "wqevents conf: The following argument was not expected"},
+        {{"conf", "check", "one", "two"},
+         "wqevents conf check: The following argument was not expected"},
         {{"names", "file"}, "wqevents names: ACTION is required"},
         {{"names", "file", "bogus"}, "wqevents names: "},
         {{"mib"}, "wqevents mib: A subcommand is required"},
-        {{"mib", "compile"}, "wqevents mib: MODULE is required"},
+        {{"mib", "compile"}, "wqevents mib compile: MODULE is required"},
         {{"codepoints"}, "wqevents codepoints: A subcommand is required"},
         {{"get"}, "wqevents get: "},
         {{"walk", "localhost"}, "wqevents walk: "},
@@ -113,6 +128,101 @@ TEST(Usage, WrongCommandLinesEndWithStatusTwo) {
         EXPECT_TRUE(holds(run.err, row.part)) << run.err;
         EXPECT_TRUE(holds(run.err, "--help'.\n")) << run.err;
     }
+}
+
+TEST(Usage, NumbersAreWholeAndInTheirRange) {
+    const struct {
+        Words words;
+        const char* range;
+    } rows[] = {
+        {{"listen", "--udp", "0", "--count"}, "1 to 9223372036854775807"},
+        {{"listen", "--udp", "0", "--idle"}, "0.001 to 1000000"},
+        {{"send", "--to", "auto", "--repeat"}, "1 to 9223372036854775807"},
+        {{"send", "--to", "auto", "--repeat", "1", "--rate"}, "0.001 to 1000000000"},
+        {{"event", "--to", "auto", "1", "x", "--source"}, "1 to 27"},
+        {{"get", "h", "1.3", "--timeout"}, "1 to 3600"},
+        {{"walk", "h", "1.3", "--retries"}, "1 to 1000"},
+        {{"conf", "set", "x", "--wait"}, "0 to 86400"},
+        {{"conf", "set", "x", "--generic"}, "-2147483648 to 2147483647"},
+        {{"conf", "set", "x", "--specific"}, "-2147483648 to 2147483647"},
+        {{"conf", "add", "x", "--status"}, "-2147483648 to 2147483647"},
+    };
+    for (const auto& row : rows) {
+        for (const std::string value :
+             {"-99999999999", "99999999999999999999", "1x", "x", "nan", "inf", "0x10", " 1"}) {
+            Words words = row.words;
+            words.back() += "=" + value;
+            const CommandRun run(words);
+            EXPECT_EQ(run.status, 2) << row.words.back() << value;
+            EXPECT_EQ(run.out, "");
+            EXPECT_TRUE(holds(run.err, "'" + value + "' is not a number from " + row.range + "\n"))
+                << run.err;
+        }
+    }
+    const CommandRun run({"listen", "--udp", "0", "--count", "-1"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_TRUE(holds(run.err, "wqevents listen: --count: '-1' is not a number")) << run.err;
+}
+
+TEST(Usage, NumbersAreDecimalWhateverTheyBeginWith) {
+    using command::real_number;
+    using command::whole_number;
+    std::string number = "010";
+    EXPECT_EQ(whole_number(1, 10)(number), "");
+    EXPECT_EQ(number, "10");
+    for (std::string least : {"-3", "-03"}) {
+        EXPECT_EQ(whole_number(-3, 10)(least), "");
+        EXPECT_EQ(least, "-3");
+    }
+    for (std::string beyond : {"-4", "11", "+1", "1e0", "1."}) {
+        EXPECT_EQ(whole_number(-3, 10)(beyond), "'" + beyond + "' is not a number from -3 to 10");
+    }
+    std::string real = "1e-3";
+    EXPECT_EQ(real_number(0.001, 5)(real), "");
+    EXPECT_EQ(real, "0.001");
+    for (std::string beyond : {"0.0009", "5.1", "-1", "NaN", "infinity", "1e999"}) {
+        EXPECT_EQ(real_number(0.001, 5)(beyond),
+                  "'" + beyond + "' is not a number from 0.001 to 5");
+    }
+}
+
+TEST(Usage, HelpOfASubcommandHasExamplesOfItsOwn) {
+    for (const Words& words : std::vector<Words>{
+             {"mib"}, {"codepoints"}, {"codepoints", "dump"}, {"conf"}, {"conf", "list"}}) {
+        Words asked = words;
+        asked.push_back("--help");
+        const CommandRun run(asked);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_TRUE(holds(run.out, "  wqevents " + words.front())) << run.out;
+        EXPECT_FALSE(holds(run.out, "wqevents listen")) << run.out;
+    }
+}
+
+/* As other programs of a pipeline, by SIGPIPE. */
+TEST(Usage, AReaderThatHasGoneEndsTheCommandQuietly) {
+    for (const Words& words : std::vector<Words>{{"--help"},
+                                                 {"conf", "check", WQEVENTS_EXAMPLES "/vortd.conf"},
+                                                 {"status"},
+                                                 {"codepoints", "--help"}}) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        close(ends[0]);
+        SubprocessOptions options;
+        options.output = ends[1];
+        const CommandRun run(words, options);
+        close(ends[1]);
+        EXPECT_EQ(run.status, 128 + SIGPIPE);
+        EXPECT_EQ(run.err, "");
+    }
+}
+
+TEST(Usage, HelpThatCannotBeWrittenIsAFailure) {
+    const Fd full(checked(open("/dev/full", O_WRONLY | O_CLOEXEC), "/dev/full"));
+    SubprocessOptions options;
+    options.output = full.get();
+    const CommandRun run({"--help"}, options);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(holds(run.err, "cannot write to the standard output: No space left")) << run.err;
 }
 
 }  // namespace

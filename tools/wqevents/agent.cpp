@@ -10,6 +10,7 @@
 
 #include "command.h"
 #include "oid_text.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -58,7 +59,7 @@ std::string count_text(std::size_t count) {
 }  // namespace
 
 Agent::Agent(const AgentOptions& options)
-    : place_(options.place), answer_(std::make_unique<SnmpVarBindEMS[]>(request_bindings)) {
+    : place_(shown(options.place)), answer_(std::make_unique<SnmpVarBindEMS[]>(request_bindings)) {
     const Place place = parse_place(options.place);
     check_community(options.community);
     const std::uint32_t address = resolve(place.host);

@@ -20,6 +20,7 @@
 #include "command.h"
 #include "input_file.h"
 #include "output.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -27,8 +28,8 @@ namespace {
 constexpr const char* footer_text =
     "A SOURCE has a line for each code point: the set, blanks, the code point in hexadecimal,\n"
     "one blank or tab, and the text, which may be empty. \\n and \\\\ in the text stand for a\n"
-    "line feed and a backslash. Lines that are empty or begin with # are passed over. The sets "
-    "are\n"
+    "line feed and a backslash, \\xHH for any octet but 00. Lines that are empty or begin with #\n"
+    "are passed over. The sets are\n"
     "  1 alert types     4 install causes        7 detailed data identifiers\n"
     "  2 probable causes 5 failure causes\n"
     "  3 user causes     6 recommended actions\n"
@@ -38,11 +39,23 @@ constexpr const char* footer_text =
     "  wqevents codepoints build examples/codepoint.src -o codepoint.cat\n"
     "  wqevents codepoints dump codepoint.cat";
 
+constexpr const char* dump_footer =
+    "Octets of a text that are control characters or no UTF-8 are printed as \\xHH, which "
+    "\"build\"\n"
+    "reads.\n"
+    "\n"
+    "Example:\n"
+    "  wqevents codepoints dump codepoint.cat";
+
 constexpr std::string_view magic = "codepoint.cat456";
 constexpr std::size_t header_octets = 24;
 constexpr std::size_t entry_octets = 8;
 constexpr unsigned last_set = 7;
 constexpr unsigned last_point = 0xFFFE;
+
+/* More than any catalogue has: each code point may have a text of more than a line. */
+constexpr std::size_t file_max = 64 * 1024 * 1024;
+constexpr std::size_t points_max = last_set * (last_point + 1);
 
 struct CodePoint {
     unsigned set;
@@ -50,7 +63,15 @@ struct CodePoint {
     std::string text;
 };
 
-bool in_order(const CodePoint& a, const CodePoint& b) {
+/* An entry of a catalogue. Its text lies in the file, as those of others may. */
+struct Entry {
+    unsigned set;
+    unsigned id;
+    std::string_view text;
+};
+
+template <typename Point>
+bool in_order(const Point& a, const Point& b) {
     return a.set != b.set ? a.set < b.set : a.id < b.id;
 }
 
@@ -68,17 +89,33 @@ void skip_blanks(std::string_view& line) {
     line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
 }
 
+/* Takes what a backslash begins: \n, \\ or \xHH. */
+bool take_escape(std::string_view& line, std::string& text) {
+    if (line.starts_with("\\n") || line.starts_with("\\\\")) {
+        text.push_back(line[1] == 'n' ? '\n' : '\\');
+        line.remove_prefix(2);
+        return true;
+    }
+    constexpr std::size_t size = 4;
+    unsigned octet = 0;
+    const char* end = line.data() + std::min(size, line.size());
+    if (!line.starts_with("\\x") || line.size() < size ||
+        std::from_chars(line.data() + 2, end, octet, 16).ptr != end) {
+        return false;
+    }
+    text.push_back(static_cast<char>(octet));
+    line.remove_prefix(size);
+    return true;
+}
+
 bool take_text(std::string_view line, std::string& text) {
-    for (std::size_t i = 0; i < line.size(); ++i) {
-        if (line[i] != '\\') {
-            text.push_back(line[i]);
-            continue;
-        }
-        const char escaped = ++i < line.size() ? line[i] : '\0';
-        if (escaped != 'n' && escaped != '\\') {
+    while (!line.empty()) {
+        if (line.front() != '\\') {
+            text.push_back(line.front());
+            line.remove_prefix(1);
+        } else if (!take_escape(line, text)) {
             return false;
         }
-        text.push_back(escaped == 'n' ? '\n' : '\\');
     }
     return text.find('\0') == std::string::npos;
 }
@@ -114,6 +151,9 @@ std::vector<CodePoint> read_source(const std::string& name, std::string_view con
         if (const char* problem = read_line(start, point); problem != nullptr) {
             throw Failure(name + ":" + std::to_string(number) + ": the line " + problem);
         }
+        if (points.size() == points_max) {
+            throw Failure(name + ": there are more lines than code points");
+        }
         points.push_back(std::move(point));
     }
     return points;
@@ -137,7 +177,7 @@ std::uint32_t number_at(std::string_view from, std::size_t at, std::size_t octet
 
 /* In order and each once, so that whoever looks a code point up finds it. */
 void sort_points(const std::string& name, std::vector<CodePoint>& points) {
-    std::stable_sort(points.begin(), points.end(), in_order);
+    std::stable_sort(points.begin(), points.end(), in_order<CodePoint>);
     const auto twice =
         std::adjacent_find(points.begin(), points.end(),
                            [](const CodePoint& a, const CodePoint& b) { return !in_order(a, b); });
@@ -171,18 +211,17 @@ std::string catalogue_of(const std::string& name, std::vector<CodePoint> points)
     return file.append(texts);
 }
 
-CodePoint entry_at(const std::string& name, std::string_view file, std::size_t at) {
+Entry entry_at(const std::string& name, std::string_view file, std::size_t at) {
     const std::size_t offset = number_at(file, at + 4, 4);
     const std::size_t end = offset < file.size() ? file.find('\0', offset) : std::string_view::npos;
     if (offset < header_octets || end == std::string_view::npos) {
         throw Failure(name + ": entry " + std::to_string((at - header_octets) / entry_octets + 1) +
                       " has no text");
     }
-    return {number_at(file, at + 2, 2), number_at(file, at, 2),
-            std::string(file.substr(offset, end - offset))};
+    return {number_at(file, at + 2, 2), number_at(file, at, 2), file.substr(offset, end - offset)};
 }
 
-std::vector<CodePoint> read_catalogue(const std::string& name, std::string_view file) {
+std::vector<Entry> read_catalogue(const std::string& name, std::string_view file) {
     if (file.size() < header_octets || !file.starts_with(magic)) {
         throw Failure(name + ": not a code point catalogue");
     }
@@ -190,12 +229,12 @@ std::vector<CodePoint> read_catalogue(const std::string& name, std::string_view 
     if (count == 0 || (file.size() - header_octets) / entry_octets < count) {
         throw Failure(name + ": the catalogue does not hold the entries that it tells of");
     }
-    std::vector<CodePoint> points;
+    std::vector<Entry> entries;
     for (std::size_t i = 0; i < count; ++i) {
-        points.push_back(entry_at(name, file, header_octets + entry_octets * i));
+        entries.push_back(entry_at(name, file, header_octets + entry_octets * i));
     }
-    std::stable_sort(points.begin(), points.end(), in_order);
-    return points;
+    std::stable_sort(entries.begin(), entries.end(), in_order<Entry>);
+    return entries;
 }
 
 /* ---- the subcommands */
@@ -217,33 +256,35 @@ void write_file(const std::string& name, std::string_view content) {
 }
 
 std::string content_of(const std::string& name) {
-    return read_all(open_input(name).get(), name);
+    return Input(name).read_all(file_max);
 }
 
 void build(const std::string& source, const std::string& target) {
-    std::vector<CodePoint> points = read_source(source, content_of(source));
+    std::vector<CodePoint> points = read_source(shown(source), content_of(source));
     const std::size_t count = points.size();
-    write_file(target, catalogue_of(source, std::move(points)));
+    write_file(target, catalogue_of(shown(source), std::move(points)));
     Output output;
-    output.text() =
-        target + ": " + std::to_string(count) + (count == 1 ? " code point\n" : " code points\n");
+    output.text() = shown(target) + ": " + std::to_string(count) +
+                    (count == 1 ? " code point\n" : " code points\n");
     output.flush();
 }
 
-void append_escaped(std::string& to, std::string_view text) {
+/* The text as a source has it. */
+std::string escaped(std::string_view text) {
+    std::string out;
     for (const char c : text) {
-        to.append(c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c));
+        out.append(c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c));
     }
+    return shown(out);
 }
 
 void dump(const std::string& name) {
     Output output;
-    for (const CodePoint& point : read_catalogue(name, content_of(name))) {
+    const std::string file = content_of(name);
+    for (const Entry& entry : read_catalogue(shown(name), file)) {
         std::array<char, 32> start{};
-        std::snprintf(start.data(), start.size(), "%u %04x ", point.set, point.id);
-        output.text().append(start.data());
-        append_escaped(output.text(), point.text);
-        output.text().push_back('\n');
+        std::snprintf(start.data(), start.size(), "%u %04x ", entry.set, entry.id);
+        output.text().append(start.data()).append(escaped(entry.text)).append("\n");
         output.written();
     }
     output.flush();
@@ -272,6 +313,7 @@ void add_codepoints(CLI::App& app) {
     build_it->callback([options] { build(options->file, options->target); });
     CLI::App* dump_it = command->add_subcommand("dump", "Print a catalogue as a text");
     dump_it->add_option("FILE", options->file, "The catalogue")->required()->type_name("");
+    dump_it->footer(dump_footer);
     dump_it->callback([options] { dump(options->file); });
 }
 

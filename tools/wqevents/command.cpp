@@ -8,6 +8,11 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <sstream>
+
+#include "output.h"
+#include "shown_text.h"
+#include "subcommands.h"
 
 namespace wq::command {
 namespace {
@@ -29,24 +34,49 @@ bool read_number(std::string_view text, int base, std::int64_t& number) {
     return error == std::errc{} && stop == end;
 }
 
-/* "wqevents" or "wqevents listen", by what was asked for. */
-std::string asked_for(const CLI::App& app) {
-    const auto chosen = app.get_subcommands();
-    return chosen.empty() ? app.get_name() : app.get_name() + " " + chosen.front()->get_name();
-}
-
 int report_usage(const CLI::App& app, const std::string& text) {
-    const std::string name = asked_for(app);
-    report(name + ": " + text + "\nSee '" + name + " --help'.\n");
+    const std::string name = full_name(asked_for(app));
+    report_message(name, text);
+    report("See '" + name + " --help'.\n");
     return exit_usage;
 }
 
 int report_parse_error(const CLI::App& app, const CLI::ParseError& error) {
-    std::string text = error.what();
+    if (const auto unknown = unknown_word(asked_for(app))) {
+        return report_usage(app, *unknown);
+    }
+    std::string text = shown(error.what());
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
         text += "\nWrite -- before arguments that begin with a dash.";
     }
     return report_usage(app, text);
+}
+
+int report_failure(const CLI::App& app, const std::exception& error) {
+    if (*error.what() != '\0') {
+        report_message(full_name(asked_for(app)), error.what());
+    }
+    return exit_failure;
+}
+
+/* Help, or the version. */
+int print_wish(const CLI::App& app, const CLI::Success& wish) {
+    if (const auto unknown = unknown_word(asked_for(app))) {
+        return report_usage(app, *unknown);
+    }
+    std::ostringstream text;
+    app.exit(wish, text, text);
+    Output output;
+    output.text() = text.str();
+    output.flush();
+    return 0;
+}
+
+/* Shells and callers then see what they see of any other program in a pipeline. */
+int end_without_reader() {
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+    return exit_failure;
 }
 
 /* The command line without the program's name, the last word first, as the parser wants it. */
@@ -67,29 +97,47 @@ int parse_and_run(CLI::App& app, int argc, const char* const* argv) {
         app.parse(reversed_words(argc, argv));
         return 0;
     } catch (const CLI::Success& wish) {
-        return app.exit(wish);
+        return print_wish(app, wish);
     } catch (const CLI::ParseError& error) {
         return report_parse_error(app, error);
     } catch (const UsageError& error) {
         return report_usage(app, error.what());
     } catch (const std::exception& error) {
-        report(asked_for(app) + ": " + error.what() + "\n");
-        return exit_failure;
+        return report_failure(app, error);
+    }
+}
+
+int run_to_the_end(CLI::App& app, int argc, const char* const* argv) {
+    try {
+        return parse_and_run(app, argc, argv);
+    } catch (const ReaderGone&) {
+        return end_without_reader();
+    } catch (const Fatal& error) {
+        return report_failure(app, error);
     }
 }
 
 }  // namespace
 
 Failure system_failure(const std::string& what, int error) {
-    return Failure(what + ": " + std::strerror(error));
+    return Failure(shown(what) + ": " + std::strerror(error));
 }
 
-void report(const std::string& text) {
-    std::fputs(text.c_str(), stderr);
+void report(std::string lines) {
+    show_lines(lines);
+    std::fputs(lines.c_str(), stderr);
+}
+
+void report_message(const std::string& name, const std::string& text) {
+    report(name + ": " + indented(text) + "\n");
+}
+
+void report_progress(const std::string& text) {
+    std::fputs(("\r" + shown(text) + "\033[K").c_str(), stderr);
 }
 
 std::string quoted(std::string_view text) {
-    return "'" + std::string(text) + "'";
+    return "'" + shown(text) + "'";
 }
 
 std::int64_t parse_number(std::string_view what, std::string_view text, std::int64_t low,
@@ -135,7 +183,7 @@ int run(int argc, const char* const* argv) {
     add_conf(app);
     add_codepoints(app);
     add_requests(app);
-    return parse_and_run(app, argc, argv);
+    return run_to_the_end(app, argc, argv);
 }
 
 }  // namespace wq::command

@@ -24,16 +24,31 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/* What was asked for did not work: status 1. */
+/* What was asked for did not work: status 1. Without a text, messages have told of it already. */
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/* system_failure: the Failure "what: text of the error number". */
+/* Nor will anything else that was asked for work: status 1. */
+struct Fatal : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/* Nobody reads the standard output any more: the command ends quietly, by SIGPIPE. */
+struct ReaderGone {};
+
+/* system_failure: the Failure "what: text of the error number". `what` is
+ * escaped as a part of a line. */
 Failure system_failure(const std::string& what, int error);
 
-/* report: writes the text to the standard error stream, at once. */
-void report(const std::string& text);
+/* report: writes whole lines to the standard error stream, at once, as show_lines() makes them. */
+void report(std::string lines);
+
+/* report_message: writes "name: text", whose further lines are indented. */
+void report_message(const std::string& name, const std::string& text);
+
+/* report_progress: puts `text` in the place of the terminal's present line, which goes on. */
+void report_progress(const std::string& text);
 
 /*
  * parse_number: the decimal number `text`, which must lie from `low` to `high`. `what` names it in
@@ -45,7 +60,7 @@ std::int64_t parse_number(std::string_view what, std::string_view text, std::int
 /* parse_event_number: a number of an event, decimal or, behind 0x, hexadecimal. */
 int parse_event_number(std::string_view text);
 
-/* quoted: `text` in single quotes, for messages. */
+/* quoted: shown(text) in single quotes, for messages. */
 std::string quoted(std::string_view text);
 
 /* Each registers a subcommand of `app`, which runs while the command line is parsed. */

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -18,8 +19,10 @@
 #include "conf_model.h"
 #include "conf_show.h"
 #include "conf_trap.h"
+#include "number_option.h"
 #include "oid_text.h"
 #include "output.h"
+#include "shown_text.h"
 #include "unified_diff.h"
 
 namespace wq::command {
@@ -59,6 +62,7 @@ constexpr std::uint16_t source = 15;
 struct EditOptions {
     std::string conf;
     bool dry_run = false;
+    bool raw = false;
     bool no_notify = false;
     double wait = 0;
 };
@@ -143,7 +147,7 @@ void write(LockedFile file) {
 void notify() {
     char* message = nullptr;
     if (sendFMTCHGevent("wqevents", source, &message) != 0 && message != nullptr) {
-        report(std::string(message).append("\n"));
+        report(indented(message).append("\n"));
     }
 }
 
@@ -175,23 +179,26 @@ void verify(const Done& done) {
 
 void print_done(const Done& done) {
     Output output;
-    output.text().append(done.title).append(" in ").append(getVortdConfFile()).append("\n");
+    output.text().append(done.title).append(" in ").append(shown(getVortdConfFile())).append("\n");
     for (const std::string& line : done.details) {
         output.text().append("  ").append(line).append("\n");
     }
     output.flush();
 }
 
-void print_difference(const std::string& before) {
-    const char* name = getVortdConfFile();
+void print_difference(const std::string& before, bool raw) {
+    const std::string name = shown(getVortdConfFile());
     Output output;
+    if (raw) {
+        output.pass_raw();
+    }
     output.text() = unified_diff({name, before}, {name, written_form()});
     output.flush();
 }
 
 void print_nothing() {
     Output output;
-    output.text().append("nothing to change in ").append(getVortdConfFile()).append("\n");
+    output.text().append("nothing to change in ").append(shown(getVortdConfFile())).append("\n");
     output.flush();
 }
 
@@ -213,7 +220,7 @@ void edit(const EditOptions& options, const Change& change) {
     const Done done = change();
     verify(done);
     if (options.dry_run) {
-        print_difference(before);
+        print_difference(before, options.raw);
         return;
     }
     if (written_form() == before) {
@@ -394,8 +401,11 @@ void add_edit_options(CLI::App& command, EditOptions& options) {
         ->type_name("FILE");
     command.add_option("--wait", options.wait, "Try that long where another has the lock")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 86400.0).description(""));
-    command.add_flag("--dry-run", options.dry_run, "Print the difference; write nothing");
+        ->transform(real_number(0, 86400));
+    CLI::Option* dry_run =
+        command.add_flag("--dry-run", options.dry_run, "Print the difference; write nothing");
+    command.add_flag("--raw", options.raw, "Print it without escapes, as for patch")
+        ->needs(dry_run);
     command.add_flag("--no-notify", options.no_notify, "Do not tell the daemon");
 }
 
@@ -433,11 +443,17 @@ void add_list_option(CLI::App& command, const char* name, const char* type, Text
         ->allow_extra_args(false);
 }
 
+void add_number(CLI::App& command, const char* name, std::optional<int>& value, const char* help) {
+    command.add_option(name, value, help)
+        ->type_name("N")
+        ->transform(whole_number(INT_MIN, INT_MAX));
+}
+
 void add_value_options(CLI::App& command, ValueOptions& values) {
     add_text_options(command, values);
-    command.add_option("--generic", values.generic, "The generic number")->type_name("N");
-    command.add_option("--specific", values.specific, "The specific number")->type_name("N");
-    command.add_option("--status", values.status, "The status")->type_name("N");
+    add_number(command, "--generic", values.generic, "The generic number");
+    add_number(command, "--specific", values.specific, "The specific number");
+    add_number(command, "--status", values.status, "The status");
     CLI::Option* forward = command.add_flag("--forward", values.forward, "Forward the trap");
     command.add_flag("--no-forward", values.no_forward, "Do not")->excludes(forward);
     add_list_option(command, "--node", "NODE", values.nodes, "Holds for it only");

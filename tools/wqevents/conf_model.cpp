@@ -132,6 +132,7 @@ bool has_alert_file() {
 }
 
 void load_configuration() {
+    refuse_special_file(getVortdConfFile());
     if (const auto message = read_into_empty_model(getVortdConfFile())) {
         throw Failure(explained(*message));
     }

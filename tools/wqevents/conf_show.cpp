@@ -15,6 +15,7 @@
 #include "conf_model.h"
 #include "oid_text.h"
 #include "output.h"
+#include "shown_text.h"
 #include "unified_diff.h"
 
 namespace wq::command {
@@ -44,10 +45,12 @@ struct ListOptions {
 
 struct ShowOptions {
     std::string conf, name;
+    bool raw = false;
 };
 
 struct DiffOptions {
     std::string before, after;
+    bool raw = false;
 };
 
 std::span<const std::uint32_t> oid_of(const enterprise_info& enterprise) {
@@ -146,9 +149,12 @@ void run_show(const ShowOptions& options) {
         throw Failure(std::string("no trap ")
                           .append(command::quoted(options.name))
                           .append(" is configured in ")
-                          .append(getVortdConfFile()));
+                          .append(shown(getVortdConfFile())));
     }
     Output output;
+    if (options.raw) {
+        output.pass_raw();
+    }
     output.text()
         .append(enterprise->enterprise_name)
         .append(" {")
@@ -169,8 +175,15 @@ void run_diff(const DiffOptions& options) {
     const std::string before = written_form_of(options.before);
     const std::string after = written_form_of(options.after);
     Output output;
-    output.text() = unified_diff({options.before, before}, {options.after, after});
+    if (options.raw) {
+        output.pass_raw();
+    }
+    output.text() = unified_diff({shown(options.before), before}, {shown(options.after), after});
     output.flush();
+}
+
+void add_raw(CLI::App& command, bool& raw) {
+    command.add_flag("--raw", raw, "Print it without escapes, as for a program");
 }
 
 void add_list(CLI::App& conf) {
@@ -188,6 +201,7 @@ void add_show(CLI::App& conf) {
     CLI::App* show = conf.add_subcommand("show", "Show one trap as the file has it");
     show->add_option("--conf", options->conf, "The file")->type_name("FILE");
     show->add_option("NAME", options->name, "The trap's name")->required()->type_name("");
+    add_raw(*show, options->raw);
     show->footer(show_footer);
     show->callback([options] { run_show(*options); });
 }
@@ -197,6 +211,7 @@ void add_diff(CLI::App& conf) {
     CLI::App* diff = conf.add_subcommand("diff", "Compare what two files configure");
     diff->add_option("FILE1", options->before, "The old file")->required()->type_name("");
     diff->add_option("FILE2", options->after, "The new file")->required()->type_name("");
+    add_raw(*diff, options->raw);
     diff->footer(diff_footer);
     diff->callback([options] { run_diff(*options); });
 }

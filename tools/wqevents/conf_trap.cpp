@@ -8,6 +8,7 @@
 
 #include "command.h"
 #include "oid_text.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -25,7 +26,7 @@ Place place_of(const std::string& name) {
         throw Failure(std::string("no trap ")
                           .append(command::quoted(name))
                           .append(" is configured in ")
-                          .append(getVortdConfFile()));
+                          .append(shown(getVortdConfFile())));
     }
     return place;
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "command.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -92,7 +93,8 @@ Channel::Channel(const Destination& destination, int source) : text_(destination
     std::string name = destination.name;
     errno = 0;
     if (open_event(&info_, source, name.data(), destination.mode) < 0) {
-        throw Failure("cannot open a channel to " + text_ + ": " + reason_of(destination, errno));
+        throw Failure("cannot open a channel to " + shown(text_) + ": " +
+                      reason_of(destination, errno));
     }
 }
 

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "command.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -167,7 +168,7 @@ Endpoint open_local(const std::string& path) {
         error = bind_local(fd.get(), address);
     }
     if (error == EADDRINUSE) {
-        throw Failure("cannot listen on socket " + path +
+        throw Failure("cannot listen on socket " + shown(path) +
                       ": somebody listens there, or it is not a socket; give another path");
     }
     if (error != 0) {

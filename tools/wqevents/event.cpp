@@ -7,6 +7,7 @@
 
 #include "command.h"
 #include "destination.h"
+#include "number_option.h"
 
 namespace wq::command {
 namespace {
@@ -92,7 +93,7 @@ void add_event(CLI::App& app) {
         ->required();
     command->add_option("--source", event->source, "Number of the sending application")
         ->type_name("N")
-        ->check(CLI::Range(1, 27).description(""))
+        ->transform(whole_number(1, 27))
         ->capture_default_str();
     add_binding_options(*command, *event);
     command->add_option("NUMBER", event->number, "The event's number, decimal or as 0x03870100")

@@ -3,6 +3,7 @@
  */
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <memory>
 
 #include "command.h"
@@ -22,7 +23,12 @@ constexpr const char* footer_text =
     "A FILE holds hexadecimal digits, two an octet, or encoded traps as they are, back to back\n"
     "either way, or captured packets (pcap, pcapng). Of packets those are taken that carry an\n"
     "SNMPv1 trap by UDP to any port; their lines tell the time of the capture, others the present\n"
-    "one.\n"
+    "one. A FILE that cannot be read to its end is told; the next one is read, and the status is "
+    "1.\n"
+    "\n"
+    "Control characters are printed as \\xHH, and a tab stands before further lines of a text "
+    "that\n"
+    "would look like a trap's first. With --raw the lines are as the library makes them.\n"
     "\n"
     "Examples:\n"
     "  wqevents format trap.hex\n"
@@ -30,17 +36,27 @@ constexpr const char* footer_text =
     "  tcpdump -w - udp port 162 | wqevents format -";
 
 constexpr std::uint16_t trap_port = 162;
+constexpr std::size_t piece_size = 65536;
+
+/* Each encoded trap has an octet below a blank before its sixteenth: the version's INTEGER. */
+constexpr std::size_t text_start = 16;
 
 struct FormatOptions {
     std::string conf;
     std::string kind;
+    bool raw = false;
     std::vector<std::string> files;
 };
 
 /* Prints the text of one trap after the other and counts what cannot be printed. */
 class Printer {
   public:
-    Printer(rtrap_user kind, const std::string& configuration) : formatter_(kind, configuration) {}
+    explicit Printer(const FormatOptions& options)
+        : formatter_(parse_layout_kind(options.kind), options.conf, options.raw) {
+        if (options.raw) {
+            output_.pass_raw();
+        }
+    }
 
     /* `where` is the trap's place, for messages. */
     void print(const std::string& where, std::span<const std::uint8_t> message, std::time_t time) {
@@ -59,17 +75,22 @@ class Printer {
                 ++hidden_;
                 return;
             case TrapFormatter::Result::failed:
-                throw Failure(std::string(formatter_.text()));
+                output_.flush();
+                throw Fatal(std::string(formatter_.text()));
         }
     }
 
-    /* Tells something about the input, behind the lines that came before it. */
+    /* Tells something about the input, after the lines that came before it. */
     void note(const std::string& text) {
         output_.flush();
-        report("wqevents format: " + text + "\n");
+        report_message("wqevents format", text);
     }
 
-    void flush() { output_.flush(); }
+    /* The same, of an input the rest of which is left out. */
+    void tell_failure(const std::string& text) {
+        failed_ = true;
+        note(text);
+    }
 
     void finish() {
         output_.flush();
@@ -79,6 +100,9 @@ class Printer {
         if (undecodable_ > 0) {
             throw Failure("traps that do not decode: " + std::to_string(undecodable_));
         }
+        if (failed_) {
+            throw Failure("");
+        }
     }
 
   private:
@@ -87,6 +111,7 @@ class Printer {
     Output output_;
     std::uint64_t hidden_ = 0;
     std::uint64_t undecodable_ = 0;
+    bool failed_ = false;
 };
 
 /* Packets of a capture that may have carried a trap, but give none. */
@@ -112,8 +137,9 @@ struct Skipped {
     }
 };
 
-void format_capture(Printer& printer, InputFile file, const std::string& name) {
-    PcapFile capture(std::move(file), name);
+void format_capture(Printer& printer, Input& input) {
+    const std::string& name = input.name();
+    PcapFile capture(input.stream(), name);
     Skipped skipped;
     std::uint64_t number = 0;
     while (const auto frame = capture.next()) {
@@ -128,57 +154,91 @@ void format_capture(Printer& printer, InputFile file, const std::string& name) {
     skipped.tell(printer, name);
 }
 
-/* Whether everything could have been typed: digits, or what was meant to be some. */
+/* Whether all of it could have been typed: digits, or what was meant to be some. */
 bool is_text(std::string_view content) {
     return std::all_of(content.begin(), content.end(), [](char c) {
         return (c >= ' ' && c <= '~') || c == '\t' || c == '\r' || c == '\n';
     });
 }
 
-/* The encoded traps of a file that is no capture. */
-Octets octets_of(std::FILE* file, const std::string& name) {
-    const std::string content = read_all(file, name);
-    Octets octets =
-        is_text(content) ? read_hex(name, content) : Octets(content.begin(), content.end());
-    if (octets.empty()) {
-        throw Failure(name + " holds no trap");
-    }
-    return octets;
+/* Appends encoded octets of a further piece; false at the end. */
+bool append_encoded(Input& input, Octets& octets) {
+    std::array<char, piece_size> room;
+    const std::string_view piece = input.read(room);
+    octets.insert(octets.end(), piece.begin(), piece.end());
+    return !piece.empty();
 }
 
-void format_octets(Printer& printer, const Octets& octets, const std::string& name) {
-    std::span<const std::uint8_t> rest = octets;
-    for (std::uint64_t number = 1; !rest.empty(); ++number) {
-        const std::string where = name + ": trap " + std::to_string(number);
-        const Frame frame = next_frame(Framing::raw, rest);
-        if (frame.state == Frame::State::whole) {
-            printer.print(where, frame.trap, 0);
-            rest = rest.subspan(frame.length);
-            continue;
+/* The traps of an input that is no capture, which are printed as soon as they are whole. */
+class TrapsBackToBack {
+  public:
+    TrapsBackToBack(Printer& printer, Input& input) : printer_(printer), input_(input) {}
+
+    void print() {
+        HexStream hex(input_);
+        const bool text = is_text(input_.peek(text_start));
+        try {
+            while (text ? hex.append_to(octets_) : append_encoded(input_, octets_)) {
+                print_whole_traps();
+            }
+        } catch (const Failure&) {
+            print_whole_traps();
+            throw;
         }
-        throw Failure(where + ": " +
-                      (frame.state == Frame::State::refused ? frame.reason : "it does not end"));
+        check_end();
     }
-}
+
+  private:
+    std::string place() const { return input_.name() + ": trap " + std::to_string(printed_ + 1); }
+
+    void print_whole_traps() {
+        std::span<const std::uint8_t> rest = octets_;
+        Frame frame = next_frame(Framing::raw, rest);
+        while (frame.state == Frame::State::whole) {
+            printer_.print(place(), frame.trap, 0);
+            ++printed_;
+            rest = rest.subspan(frame.length);
+            frame = next_frame(Framing::raw, rest);
+        }
+        octets_.erase(octets_.begin(), octets_.end() - static_cast<std::ptrdiff_t>(rest.size()));
+        if (frame.state == Frame::State::refused) {
+            octets_.clear();
+            throw Failure(place() + ": " + frame.reason);
+        }
+    }
+
+    void check_end() const {
+        if (!octets_.empty()) {
+            throw Failure(place() + ": it does not end");
+        }
+        if (printed_ == 0) {
+            throw Failure(input_.name() + " holds no trap");
+        }
+    }
+
+    Printer& printer_;
+    Input& input_;
+    Octets octets_; /* less than a trap and a piece of the input */
+    std::uint64_t printed_ = 0;
+};
 
 void format_file(Printer& printer, const std::string& name) {
-    InputFile file = open_input(name);
-    if (PcapFile::begins_with(read_start(file.get(), PcapFile::magic_size))) {
-        format_capture(printer, std::move(file), name);
+    Input input(name);
+    if (PcapFile::begins_with(input.peek(PcapFile::magic_size))) {
+        format_capture(printer, input);
     } else {
-        format_octets(printer, octets_of(file.get(), name), name);
+        TrapsBackToBack(printer, input).print();
     }
 }
 
 void run_format(const FormatOptions& options) {
-    Printer printer(parse_layout_kind(options.kind), options.conf);
-    try {
-        for (const std::string& name : options.files) {
+    Printer printer(options);
+    for (const std::string& name : options.files) {
+        try {
             format_file(printer, name);
+        } catch (const Failure& failure) {
+            printer.tell_failure(failure.what());
         }
-    } catch (const Failure&) {
-        printer.flush();
-        throw;
     }
     printer.finish();
 }
@@ -194,6 +254,7 @@ void add_format(CLI::App& app) {
                      "The configuration (default: the one that the platform names)")
         ->type_name("FILE");
     command->add_option("--kind", options->kind, "The layout, see below")->type_name("KIND");
+    command->add_flag("--raw", options->raw, "Print the lines as the library makes them");
     command->add_option("FILE", options->files, "What holds the traps; - is the standard input")
         ->type_name("")
         ->required();

@@ -6,6 +6,7 @@
 
 #include "command.h"
 #include "listener.h"
+#include "number_option.h"
 
 namespace wq::command {
 namespace {
@@ -63,15 +64,17 @@ void add_listen(CLI::App& app) {
     add_places(*command, "--raw-tcp", options->raw_tcp, "[HOST:]PORT",
                "Take encoded traps back to back by TCP");
     CLI::Option* json = command->add_flag("--json", options->json, "Print a JSON object a line");
-    add_format(*command, options->layout)->excludes(json);
+    CLI::Option* format = add_format(*command, options->layout)->excludes(json);
+    command->add_flag("--raw", options->raw, "Print these lines as the library makes them")
+        ->needs(format);
     command->add_option("--count", options->count, "End after N traps")
         ->type_name("N")
-        ->check(CLI::Range(std::uint64_t{1}, UINT64_MAX).description(""));
+        ->transform(whole_number(1, INT64_MAX));
     command
         ->add_option("--idle", options->idle,
                      "Close a peer that sends nothing for so long in the middle of a trap")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.001, 1e6).description(""))
+        ->transform(real_number(0.001, 1e6))
         ->capture_default_str();
     command->footer(layout_kinds_help + std::string("\n\n") + footer_text);
     command->callback([options] { run_listen(*options); });

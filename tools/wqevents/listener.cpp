@@ -15,6 +15,7 @@
 
 #include "command.h"
 #include "received_trap.h"
+#include "shown_text.h"
 #include "trap_json.h"
 #include "trap_text.h"
 
@@ -124,7 +125,10 @@ struct Listener::Datagrams {
 Listener::Listener(const ListenOptions& options)
     : options_(options), chunk_(read_size + frame_max), datagrams_(std::make_unique<Datagrams>()) {
     if (options.layout) {
-        formatter_.emplace(*options.layout);
+        formatter_.emplace(*options.layout, "", options.raw);
+        if (options.raw) {
+            output_.pass_raw();
+        }
         totals_.withheld.emplace();
     }
     raise_descriptor_limit();
@@ -171,7 +175,7 @@ void Listener::add_endpoints(const ListenOptions& options) {
 
 void Listener::add_endpoint(Source::Kind kind, const char* transport, Framing framing,
                             Endpoint endpoint) {
-    ready_ += std::string("listening on ") + transport + " " + endpoint.address + "\n";
+    ready_ += std::string("listening on ") + transport + " " + shown(endpoint.address) + "\n";
     require(add_source({.kind = kind,
                         .fd = std::move(endpoint.fd),
                         .transport = transport,

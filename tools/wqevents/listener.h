@@ -29,6 +29,7 @@ struct ListenOptions {
     std::vector<std::string> tcp;      // [HOST:]PORT
     std::vector<std::string> raw_tcp;  // [HOST:]PORT
     bool json = false;
+    bool raw = false;                  // as the library makes it
     std::optional<rtrap_user> layout;  // print the operator's text in this layout
     std::uint64_t count = 0;           // end after so many traps; 0: do not
     double idle = 30;                  // seconds that an unfinished trap may pause

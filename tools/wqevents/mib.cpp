@@ -4,7 +4,6 @@
 #include <wqplatform.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -15,8 +14,10 @@
 #include <vector>
 
 #include "command.h"
+#include "input_file.h"
 #include "libsmi.h"
 #include "output.h"
+#include "shown_text.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -24,6 +25,10 @@
 
 namespace wq::command {
 namespace {
+
+constexpr const char* mib_footer =
+    "Example:\n"
+    "  wqevents mib compile -o /usr/WQ/conf/mib.txt NET-SNMP-AGENT-MIB UCD-SNMP-MIB";
 
 constexpr const char* footer_text =
     "A MODULE is the name of a module in SMIv1 or SMIv2, which is looked for in the folders and "
@@ -64,9 +69,9 @@ void complain(char* path, int line, int severity, char* message, char*) {
         return;
     }
     if (path != nullptr) {
-        complaints().append(path).append(":").append(std::to_string(line)).append(": ");
+        complaints().append(shown(path)).append(":").append(std::to_string(line)).append(": ");
     }
-    complaints().append(message).append("\n");
+    complaints().append(shown(message)).append("\n");
 }
 
 void set_search_path(const std::vector<std::string>& folders) {
@@ -98,6 +103,9 @@ void add_node(const SmiNode& node, Names& names) {
 
 /* Later modules have the last word on an identifier. */
 void add_module(const std::string& module, Names& names) {
+    if (module.find_first_of("/.") != std::string::npos) {
+        refuse_special_file(module); /* libsmi takes it for a path */
+    }
     const char* name = smiLoadModule(module.c_str());
     SmiModule* loaded = name != nullptr ? smiGetModule(name) : nullptr;
     if (loaded == nullptr) {
@@ -156,7 +164,7 @@ class MibText {
     explicit MibText(const std::vector<std::string>& modules) {
         text_.append("version 1\n#\n# Written by wqevents mib compile from\n");
         for (const std::string& module : modules) {
-            text_.append("#   ").append(printable(module)).append("\n");
+            text_.append("#   ").append(shown(module)).append("\n");
         }
         text_.append("#\n");
     }
@@ -173,11 +181,6 @@ class MibText {
     const std::string& text() const { return text_; }
 
   private:
-    static std::string printable(std::string name) {
-        std::replace(name.begin(), name.end(), '\n', ' ');
-        return name;
-    }
-
     std::string place(const Oid& oid) const {
         const Oid parent(oid.begin(), oid.end() - 1);
         const auto known = names_.find(parent);
@@ -253,6 +256,7 @@ void run_compile(const MibOptions& options) {
 void add_mib(CLI::App& app) {
     CLI::App* mib = app.add_subcommand("mib", "Prepare the names of object identifiers");
     mib->require_subcommand(1);
+    mib->footer(mib_footer);
     const auto options = std::make_shared<MibOptions>();
     CLI::App* command =
         mib->add_subcommand("compile", "Write the MIB's intermediate file from MIB modules");

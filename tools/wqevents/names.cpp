@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "command.h"
+#include "input_file.h"
 #include "output.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -44,6 +46,7 @@ using Oid = std::vector<std::uint32_t>;
 
 /* The library does not say why it cannot read a file. */
 Tree read_names(const std::string& file) {
+    refuse_special_file(file);
     errno = 0;
     Tree tree(TreeParseOidFile(nullptr, file.c_str()));
     if (tree == nullptr) {
@@ -110,13 +113,13 @@ void answer_all(const NamesOptions& options, Answer answer) {
     std::string missing;
     for (const std::string& argument : options.arguments) {
         const char* found = answer(tree.get(), argument);
-        output.text().append(found == nullptr ? "" : found).append("\n");
+        output.text().append(shown(found == nullptr ? "" : found)).append("\n");
         output.written();
         missing += found == nullptr ? " " + command::quoted(argument) : "";
     }
     output.flush();
     if (!missing.empty()) {
-        throw Failure("not in " + options.file + ":" + missing);
+        throw Failure("not in " + shown(options.file) + ":" + missing);
     }
 }
 

@@ -32,6 +32,27 @@ std::string to_hex(std::span<const std::uint8_t> octets);
  */
 Octets parse_hex(std::string_view what, std::string_view text, std::string_view separators);
 
+/* HexDecoder: the same for a text that comes in pieces. */
+class HexDecoder {
+  public:
+    HexDecoder(std::string_view what, std::string_view separators)
+        : what_(what), separators_(separators) {}
+
+    /* Appends the octets of a piece. A UsageError comes after those before what is wrong. */
+    void decode(std::string_view piece, Octets& octets);
+
+    /* A UsageError where the text ends in the middle of an octet. */
+    void finish() const;
+
+  private:
+    [[noreturn]] void refuse(std::uint64_t position) const;
+
+    std::string what_;
+    std::string separators_;
+    std::uint64_t position_ = 0;  // of the next digit, from 0
+    int high_ = -1;               // the first digit of an octet whose second is still to come
+};
+
 }  // namespace wq::command
 
 #endif

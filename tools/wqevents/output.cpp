@@ -10,6 +10,7 @@
 #include <csignal>
 
 #include "command.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -39,6 +40,9 @@ void Output::written() {
 }
 
 void Output::flush() {
+    if (!raw_) {
+        show_lines(text_);
+    }
     for (std::size_t done = 0; done < text_.size();) {
         done += write_some(done);
     }
@@ -54,8 +58,11 @@ std::size_t Output::write_some(std::size_t from) {
         size = std::min<std::size_t>(size, PIPE_BUF);
     }
     const ssize_t written = write(STDOUT_FILENO, text_.data() + from, size);
+    if (written < 0 && errno == EPIPE) {
+        throw ReaderGone();
+    }
     if (written < 0 && errno != EINTR && errno != EAGAIN) {
-        throw system_failure("cannot write to the standard output", errno);
+        throw Fatal(system_failure("cannot write to the standard output", errno).what());
     }
     return written < 0 ? 0 : static_cast<std::size_t>(written);
 }
@@ -65,7 +72,7 @@ void Output::wait_for_room() const {
     for (int ready = 0; ready <= 0;) {
         ready = poll(&output, 1, patience);
         if (ready == 0 && (hurried_ || end_was_asked_for())) {
-            throw Failure("cannot write to the standard output: its reader has stopped reading");
+            throw Fatal("cannot write to the standard output: its reader has stopped reading");
         }
     }
 }

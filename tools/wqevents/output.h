@@ -15,9 +15,12 @@ class Output {
     std::string& text() { return text_; }
     /* Writes what has gathered when that is much. */
     void written();
-    /* Writes all; a Failure when the standard output does not take it. */
+    /* Writes all. A Fatal when the standard output does not take it, ReaderGone when nobody reads
+     * it any more. */
     void flush();
-    /* From now on a reader that takes nothing for a second is given up: a Failure. */
+    /* From now on what gathers goes out as it is; else show_lines() has it before. */
+    void pass_raw() { raw_ = true; }
+    /* From now on a reader that takes nothing for a second is given up: a Fatal. */
     void hurry() { hurried_ = true; }
 
   private:
@@ -25,6 +28,7 @@ class Output {
     void wait_for_room() const;
 
     bool hurried_ = false;
+    bool raw_ = false;
     std::string text_;
 };
 

@@ -14,9 +14,12 @@
 #include "agent.h"
 #include "binding_text.h"
 #include "command.h"
+#include "input_file.h"
+#include "number_option.h"
 #include "octets.h"
 #include "oid_text.h"
 #include "output.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -43,6 +46,7 @@ constexpr std::size_t value_room = 8192;
 constexpr std::size_t name_room = 2048; /* of sprint__objid() */
 
 void load_names() {
+    refuse_special_file(WQmib_get_mib_filename());
     if (WQmib_load_mib() != 0) {
         throw Failure("cannot read the MIB file " + quoted(WQmib_get_mib_filename()));
     }
@@ -51,7 +55,7 @@ void load_names() {
 std::string name_of(const SnmpVarBindEMS& binding) {
     std::array<char, name_room> name{};
     sprint__objid(name.data(), binding.oid, static_cast<int>(binding.oid_length));
-    return name.data();
+    return shown(name.data());
 }
 
 std::string kind_of(SnmpVarBindEMS& binding) {
@@ -154,7 +158,7 @@ class WalkProgress {
     WalkProgress() : shown_(isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) != 1) {}
     ~WalkProgress() {
         if (shown_) {
-            report("\r\033[K");
+            report_progress("");
         }
     }
     WalkProgress(const WalkProgress&) = delete;
@@ -163,7 +167,7 @@ class WalkProgress {
     void count(const SnmpVarBindEMS& binding) {
         ++count_;
         if (shown_ && Clock::now() >= next_) {
-            report("\r" + line(binding) + "\033[K");
+            report_progress(line(binding));
             next_ = Clock::now() + std::chrono::milliseconds(250);
         }
     }
@@ -243,11 +247,11 @@ CLI::App* add_request(CLI::App& app, const char* name, const char* description,
         ->capture_default_str();
     command->add_option("--timeout", agent.timeout, "Wait S seconds for each answer")
         ->type_name("S")
-        ->check(CLI::Range(1U, 3600U).description(""))
+        ->transform(whole_number(1, 3600))
         ->capture_default_str();
     command->add_option("--retries", agent.attempts, "Send a request at most N times")
         ->type_name("N")
-        ->check(CLI::Range(1U, 1000U).description(""))
+        ->transform(whole_number(1, 1000))
         ->capture_default_str();
     command->add_option("AGENT", agent.place, "HOST or HOST:PORT")->required()->type_name("");
     return command;

@@ -15,6 +15,7 @@
 #include "command.h"
 #include "destination.h"
 #include "input_file.h"
+#include "number_option.h"
 #include "octets.h"
 #include "oid_text.h"
 
@@ -71,10 +72,15 @@ std::uint32_t system_uptime() {
 }
 
 Trap trap_of_file(const std::string& name) {
+    Input input(name);
     Trap trap;
-    trap.encoded = read_hex(name, read_all(open_input(name).get(), name));
-    if (trap.encoded.empty() || trap.encoded.size() > EMS_TRAP_MAX) {
-        throw Failure(name + " holds " + std::to_string(trap.encoded.size()) +
+    HexStream hex(input);
+    while (trap.encoded.size() <= EMS_TRAP_MAX && hex.append_to(trap.encoded)) {
+    }
+    const std::size_t size = trap.encoded.size();
+    if (size == 0 || size > EMS_TRAP_MAX) {
+        throw Failure(input.name() + " holds " +
+                      (size == 0 ? "0" : "more than " + std::to_string(EMS_TRAP_MAX)) +
                       " octets; a trap has 1 to " + std::to_string(EMS_TRAP_MAX));
     }
     return trap;
@@ -163,12 +169,15 @@ class Progress {
 
     void show(std::int64_t sent) {
         if (terminal_ && Clock::now() >= next_) {
-            report("\r" + line(sent) + "\033[K");
+            report_progress(line(sent));
             next_ = Clock::now() + std::chrono::milliseconds(250);
         }
     }
     void finish(std::int64_t sent) const {
-        report((terminal_ ? "\r\033[K" : "") + line(sent) + "\n");
+        if (terminal_) {
+            report_progress("");
+        }
+        report(line(sent) + "\n");
     }
 
   private:
@@ -244,10 +253,10 @@ void add_send(CLI::App& app) {
     CLI::Option* repeat =
         command->add_option("--repeat", options->repeat, "Send the trap N times and tell the rate")
             ->type_name("N")
-            ->check(CLI::Range(std::int64_t{1}, INT64_MAX).description(""));
+            ->transform(whole_number(1, INT64_MAX));
     command->add_option("--rate", options->rate, "Send at most R traps a second")
         ->type_name("R")
-        ->check(CLI::Range(0.001, 1e9).description(""))
+        ->transform(real_number(0.001, 1e9))
         ->needs(repeat);
     command
         ->add_option("ARGUMENTS", options->arguments,

@@ -10,7 +10,9 @@
 #include <nlohmann/json.hpp>
 
 #include "command.h"
+#include "json_line.h"
 #include "output.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -82,7 +84,7 @@ std::string table(const Status& status) {
     append_row(out, {"DAEMON", "ENABLED", "RUNNING", "HAPPY", "PID FILE"});
     for (const DaemonStatus& daemon : status.daemons) {
         append_row(out, {daemon.name, answer(daemon.is_enabled), answer(daemon.is_running),
-                         answer(daemon.is_happy), daemon.pid_file});
+                         answer(daemon.is_happy), shown(daemon.pid_file)});
     }
     out += "event configurator: ";
     out += status.has_configurator ? "installed\n" : "not installed\n";
@@ -101,8 +103,7 @@ std::string json(const Status& status) {
                            {"pid_file", daemon.pid_file}});
     }
     object["event_configurator"] = status.has_configurator;
-    /* The pid file's name comes from the environment and may be any bytes. */
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+    return json_line(object);
 }
 
 void check_happy(const Status& status) {

@@ -6,6 +6,8 @@
 
 #include "command.h"
 #include "conf_model.h"
+#include "input_file.h"
+#include "trap_lines.h"
 
 namespace wq::command {
 namespace {
@@ -45,6 +47,8 @@ std::string explained(const char* message) {
  * names of identifiers are left to trp_format(): they may be missing.
  */
 void load() {
+    refuse_special_file(WQmib_get_mib_filename());
+    refuse_special_file(getVortdConfFile());
     have_read_mibtxt = 1;
     if (WQmib_load_mib() != 0) {
         throw Failure("cannot read the MIB file " + quoted(WQmib_get_mib_filename()));
@@ -75,8 +79,8 @@ rtrap_user parse_layout_kind(std::string_view name) {
     throw UsageError("there is no kind of layout " + quoted(name) + "; there are " + names);
 }
 
-TrapFormatter::TrapFormatter(rtrap_user kind, const std::string& configuration)
-    : kind_(kind), buffer_(std::make_unique<char[]>(text_max)) {
+TrapFormatter::TrapFormatter(rtrap_user kind, const std::string& configuration, bool raw)
+    : kind_(kind), buffer_(std::make_unique<char[]>(text_max)), raw_(raw) {
     if (!configuration.empty()) {
         setVortdConfFile(configuration.c_str());
     }
@@ -97,6 +101,10 @@ TrapFormatter::Result TrapFormatter::format(TrapRecords& trap, std::time_t time)
     if (category == load_failed && host == nullptr) {
         text_ = without_newlines(text_);
         return Result::failed;
+    }
+    if (!raw_) {
+        lines_ = trap_lines(kind_, text_, host == nullptr ? "" : host);
+        text_ = lines_;
     }
     return category == cut_short ? Result::cut : Result::shown;
 }

@@ -39,9 +39,11 @@ class TrapFormatter {
 
     /*
      * Reads the configuration: the file of that name, or, where it is "", the one that the platform
-     * names. A Failure where it cannot be read.
+     * names. A Failure where it cannot be read. The text of `raw` is the library's own, else that
+     * of trap_lines().
      */
-    explicit TrapFormatter(rtrap_user kind, const std::string& configuration = "");
+    explicit TrapFormatter(rtrap_user kind, const std::string& configuration = "",
+                           bool raw = false);
 
     /* Makes the text of a trap. `time` is what it shows, 0: now. */
     Result format(TrapRecords& trap, std::time_t time = 0);
@@ -53,6 +55,8 @@ class TrapFormatter {
     rtrap_user kind_;
     std::unique_ptr<char[]> buffer_;
     std::string_view text_;
+    bool raw_;
+    std::string lines_;
 };
 
 }  // namespace wq::command

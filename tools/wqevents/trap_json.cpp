@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "json_line.h"
 #include "octets.h"
 #include "oid_text.h"
 
@@ -81,8 +82,7 @@ void append_json(std::string& out, const ReceivedTrap& trap) {
     for (const SnmpVarBindEMS& binding : trap.bindings) {
         bindings.push_back(binding_json(binding));
     }
-    out += object.dump();
-    out += '\n';
+    out += json_line(object);
 }
 
 }  // namespace wq::command
