@@ -892,6 +892,12 @@ TEST(SendSignal, GoesToTheProcessOfTheFile) {
     EXPECT_EQ(sendsig(SIGUSR1, "ignored", pid_file("  \n" + own + " and more\n").c_str()), 0);
     EXPECT_EQ(arrived, 2);
     EXPECT_EQ(sendsig(-5, "daemon", pid_file(own).c_str()), 0);
+    const std::string blanks = std::string(100000, ' ') + "\t\v\f\r\n";
+    EXPECT_EQ(sendsig(SIGUSR1, nullptr, pid_file(blanks + "+000" + own).c_str()), 0);
+    EXPECT_EQ(arrived, 3);
+    EXPECT_EQ(sendsig(SIGUSR1, nullptr, pid_file(blanks).c_str()), 1);
+    EXPECT_EQ(sendsig(SIGUSR1, nullptr, pid_file("+ " + own).c_str()), 1);
+    EXPECT_EQ(arrived, 3);
     sigaction(SIGUSR1, &before, nullptr);
 
     const pid_t child = fork();
