@@ -473,8 +473,7 @@ WQEVENTS_API int open_ferlo_lock_file(const char* mode, FILE** stream,
  * `*message` null, or -1 with a warning in `*message`, a text of the library's that the next
  * failure replaces.
  */
-WQEVENTS_API int sendFMTCHGevent(const char* program, uint16_t source,
-                                 char** message) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int sendFMTCHGevent(const char* program, uint16_t source, char** message);
 
 WQEVENTS_END_DECLS
 

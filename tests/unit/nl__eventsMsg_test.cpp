@@ -15,6 +15,7 @@
 #include <functional>
 #include <string>
 
+#include "EMS/events/nl__eventsMsg.h"
 #include "support/env_value.h"
 #include "support/temp_dir.h"
 
@@ -295,6 +296,62 @@ TEST_F(EventsMsg, OtherLanguageWins) {
         }
         EXPECT_STREQ("text", _eventsMsg(1, 10, "text"));
     });
+}
+
+/* A text, and what it becomes with the arguments "one", 2 and "three"; null: it asks for others. */
+struct Expansion {
+    const char* text;
+    const char* result;
+};
+
+TEST(MessageText, TakesItsArguments) {
+    for (const Expansion& row : {
+             Expansion{"", ""},
+             {"plain 100%%", "plain 100%"},
+             {"%s %d %s", "one 2 three"},
+             {"%s", "one"},
+             {"%3$s %2$d %1$s %1$s", "three 2 one one"},
+             {"%2$d", "2"},
+             {"[%5s] [%-5d] [%.1s]", "[  one] [2    ] [t]"},
+             {"[%1$-5s] [%2$03d] [%3$.2s]", "[one  ] [002] [th]"},
+             {"%s %d %s %s", nullptr},
+             {"%d", nullptr},
+             {"%s %s", nullptr},
+             {"%4$s", nullptr},
+             {"%0$s", nullptr},
+             {"%10$s", nullptr},
+             {"%1$d", nullptr},
+             {"%1$s %s", nullptr},
+             {"%s %2$d", nullptr},
+             {"%n", nullptr},
+             {"%s %n", nullptr},
+             {"%ld", nullptr},
+             {"%*s", nullptr},
+             {"%.*s", nullptr},
+             {"%1000s", nullptr},
+             {"%s %99999999999d", nullptr},
+             {"%.1000s", nullptr},
+             {"%1$", nullptr},
+             {"%1", nullptr},
+             {"%-", nullptr},
+             {"%.", nullptr},
+             {"%", nullptr},
+             {"%5%", nullptr},
+             {"%m", nullptr},
+         }) {
+        std::string result;
+        const bool taken = wq::expand_message(result, row.text, {"one", 2, "three"});
+        EXPECT_EQ(row.result != nullptr, taken) << row.text;
+        if (row.result != nullptr) {
+            EXPECT_EQ(row.result, result) << row.text;
+        }
+    }
+}
+
+TEST(MessageText, NullIsAnEmptyText) {
+    std::string result;
+    EXPECT_TRUE(wq::expand_message(result, "<%s>", {nullptr}));
+    EXPECT_EQ("<>", result);
 }
 
 }  // namespace

@@ -4,14 +4,17 @@
 #include <wqevents/configuration.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "support/env_value.h"
 #include "support/progress_log.h"
 #include "support/sandbox.h"
 #include "support/sockets.h"
+#include "support/temp_dir.h"
 #include "support/traps.h"
 #include "support/writer.h"
 
@@ -101,10 +104,16 @@ TEST(Notification, WithoutADaemonWarns) {
             }
         }
         EXPECT_TRUE(told);
-        /* The warning stays until the next failure. */
+        /* The warning stays until the next failure, and readable after it. */
+        const char* const first = message;
         EXPECT_EQ(sendFMTCHGevent(nullptr, editor, &message), -1);
+        EXPECT_EQ(message, nullptr);
         EXPECT_EQ(sendFMTCHGevent("editor", editor, nullptr), -1);
-        EXPECT_EQ(message, warning("connect"));
+        EXPECT_EQ(first, warning("connect"));
+        setVortdConfFile(std::string(5000, 'f').c_str());
+        EXPECT_EQ(sendFMTCHGevent("editor", editor, &message), -1);
+        EXPECT_EQ(std::string(message).find(std::string(5000, 'f')), strlen("Warning: "));
+        EXPECT_EQ(first, warning("connect"));
     });
 }
 
@@ -123,6 +132,37 @@ TEST(Notification, CutsTheTextAt511Characters) {
         const std::vector<Trap> traps = traps_in(received);
         ASSERT_EQ(traps.size(), 3U);
         EXPECT_EQ(text_of(traps[1].vars.at(2)), std::string(511, 'p'));
+    });
+}
+
+/* What the daemon is told by a process whose catalogue has `translation` for the message. */
+std::string told_in(const std::string& translation) {
+    std::string told;
+    std::filesystem::create_directories("/usr/WQ/sockets");
+    const TempDir dir;
+    dir.write("events.msg", "$quote \"\n$set 1\n8 \"eight\"\n9 \"" + translation + "\"\n");
+    const std::string command =
+        "gencat '" + dir.path("events.cat") + "' '" + dir.path("events.msg") + "'";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    const EnvValue path("NLSPATH", dir.path("events.cat").c_str());
+    const wq::Fd daemon = local_listener("/usr/WQ/sockets/vortd.socket");
+    setVortdConfFile("/etc/x.conf");
+    Bytes received;
+    char* message = nullptr;
+    {
+        const Writer reader([&] { received = read_to_end(accepted(daemon)); });
+        EXPECT_EQ(sendFMTCHGevent("editor", editor, &message), 0);
+    }
+    const std::vector<Trap> traps = traps_in(received);
+    return traps.size() == 3 ? text_of(traps[1].vars.at(2)) : "no event";
+}
+
+TEST(Notification, TextComesFromTheCatalogue) {
+    REQUIRE_SANDBOX();
+    run_in_sandbox({}, [] { EXPECT_EQ(told_in("%s <9> %s"), "editor <9> /etc/x.conf"); });
+    run_in_sandbox({}, [] { EXPECT_EQ(told_in("%2$s <9> %1$s"), "/etc/x.conf <9> editor"); });
+    run_in_sandbox({}, [] {
+        EXPECT_EQ(told_in("%s %s %s %n"), "editor changed format file \"/etc/x.conf\"");
     });
 }
 

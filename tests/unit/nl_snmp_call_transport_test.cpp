@@ -7,12 +7,16 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "support/diagnostics.h"
+#include "support/env_value.h"
+#include "support/sandbox.h"
 #include "support/sockets.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -193,6 +197,23 @@ TEST(Waiting, OnDescriptorsAbove1023Works) {
     }
     on.client.sd = high.get();
     EXPECT_EQ(snmp_call_select(&on.client), 1);
+}
+
+// The catalogue opens once a process, so this is a child's.
+TEST(ErrorText, OfARefusalComesFromTheCatalogue) {
+    const TempDir dir;
+    dir.write("events.msg", "$quote \"\n$set 1\n1 \"<1>\"\n2 \"<2>\"\n");
+    const std::string command =
+        "gencat '" + dir.path("events.cat") + "' '" + dir.path("events.msg") + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    const EnvValue path("NLSPATH", dir.path("events.cat").c_str());
+    const int result = sandbox::run_in_child([] {
+        snmp_call_info client{};
+        client.response.errstat = -6;
+        client.save_errno = ECONNREFUSED;
+        return std::string(snmpcall_error(&client)) == "<1>" ? 0 : 1;
+    });
+    EXPECT_EQ(result, 0);
 }
 
 // There is always something to read, and reading it takes longer than the attempt.
