@@ -14,25 +14,25 @@
 WQEVENTS_BEGIN_DECLS
 
 /* isKmCollectordHappy, isKmPollerdHappy: isDaemonHappy_() for the collecting and polling daemon. */
-WQEVENTS_API int isKmCollectordHappy(void) WQEVENTS_NOEXCEPT;
-WQEVENTS_API int isKmPollerdHappy(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isKmCollectordHappy(void);
+WQEVENTS_API int isKmPollerdHappy(void);
 
 /*
  * isSnmpGleanHappy: 0 if the data-collection daemon is enabled and its program installed, this host
  * is no client node, and the daemon is not running; else 1.
  */
-WQEVENTS_API int isSnmpGleanHappy(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isSnmpGleanHappy(void);
 
 /* isKmCollectordEnabled, isKmPollerdEnabled, isSnmpGleanEnabled: isDaemonEnabled_() for each. */
-WQEVENTS_API int isKmCollectordEnabled(void) WQEVENTS_NOEXCEPT;
-WQEVENTS_API int isKmPollerdEnabled(void) WQEVENTS_NOEXCEPT;
-WQEVENTS_API int isSnmpGleanEnabled(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isKmCollectordEnabled(void);
+WQEVENTS_API int isKmPollerdEnabled(void);
+WQEVENTS_API int isSnmpGleanEnabled(void);
 
 /*
  * isDaemonHappy_: 0 if the daemon is enabled, this host is no client node and the daemon is not
  * running by its pid file; else 1: a daemon that is not wanted counts as happy.
  */
-WQEVENTS_API int isDaemonHappy_(const char* daemon, const char* pidfile) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isDaemonHappy_(const char* daemon, const char* pidfile);
 
 /*
  * isDaemonEnabled_: 1 if a line of the registration file, "0:NAME:...", enables the daemon: its
@@ -40,10 +40,10 @@ WQEVENTS_API int isDaemonHappy_(const char* daemon, const char* pidfile) WQEVENT
  * second is exactly the daemon's name, leading blanks aside. Fields are parted by ':'; a line that
  * ends behind the name does not count, since its newline belongs to the field.
  */
-WQEVENTS_API int isDaemonEnabled_(const char* daemon) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isDaemonEnabled_(const char* daemon);
 
 /* isDaemonRunning_: 1 if another process holds a lock on the pid file that excludes readers. */
-WQEVENTS_API int isDaemonRunning_(const char* pidfile) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isDaemonRunning_(const char* pidfile);
 
 /*
  * getSnmpGleanPidFile: the path of the data-collection daemon's pid file: the value that the
@@ -53,7 +53,7 @@ WQEVENTS_API int isDaemonRunning_(const char* pidfile) WQEVENTS_NOEXCEPT;
 WQEVENTS_API const char* getSnmpGleanPidFile(void) WQEVENTS_NOEXCEPT;
 
 /* isSnmpGleanRunning: 1 if another process holds any lock on that pid file. */
-WQEVENTS_API int isSnmpGleanRunning(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isSnmpGleanRunning(void);
 
 /* eventConfiguratorExists: 1 if the event configurator is installed, as found at the first call. */
 WQEVENTS_API int eventConfiguratorExists(void) WQEVENTS_NOEXCEPT;

@@ -1,3 +1,4 @@
+// Whether the platform's companion daemons are enabled, and run.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <wqevents/status.h>
@@ -34,7 +35,7 @@ struct Answers {
     enum { unknown, absent, installed } configurator = unknown;
 };
 
-Answers answers;
+constinit Answers answers;
 
 /* Without waiting for a writer, should the path be a pipe's. */
 Fd open_to_read(const char* path) {
@@ -46,14 +47,16 @@ bool exists(const char* path) {
     return stat(path, &status) == 0;
 }
 
-/* "0:NAME:" enables a daemon; so does a first field that is no number. */
+/* "0:NAME:" enables a daemon; so does a first field that is no number. The last ":" must be there.
+ */
 bool line_enables(char* line, const char* daemon) {
+    const char* const end = line + std::strlen(line);
     const char* disabled = nl_strtok_mod(line, ":");
     const char* name = nl_strtok_mod(nullptr, ":");
     if (disabled == nullptr || name == nullptr || *disabled == '\0') {
         return false;
     }
-    return std::strtol(disabled, nullptr, 10) == 0 &&
+    return name + std::strlen(name) != end && std::strtol(disabled, nullptr, 10) == 0 &&
            strcmp_new(name + std::strspn(name, " "), daemon) == 0;
 }
 
@@ -97,38 +100,38 @@ bool is_locked_against(short kind, const Fd& file) {
 }  // namespace
 }  // namespace wq
 
-int isKmCollectordHappy(void) noexcept {
+int isKmCollectordHappy(void) {
     return isDaemonHappy_(wq::collector_name, wq::collector_pid_file);
 }
 
-int isKmPollerdHappy(void) noexcept {
+int isKmPollerdHappy(void) {
     return isDaemonHappy_(wq::poller_name, wq::poller_pid_file);
 }
 
-int isSnmpGleanHappy(void) noexcept {
+int isSnmpGleanHappy(void) {
     const bool is_wanted =
         isSnmpGleanEnabled() != 0 && wq::exists(wq::gleaner_program) && isCnode() == 0;
     return is_wanted ? isSnmpGleanRunning() : 1;
 }
 
-int isKmCollectordEnabled(void) noexcept {
+int isKmCollectordEnabled(void) {
     return isDaemonEnabled_(wq::collector_name);
 }
 
-int isKmPollerdEnabled(void) noexcept {
+int isKmPollerdEnabled(void) {
     return isDaemonEnabled_(wq::poller_name);
 }
 
-int isSnmpGleanEnabled(void) noexcept {
+int isSnmpGleanEnabled(void) {
     return isDaemonEnabled_(wq::gleaner_name);
 }
 
-int isDaemonHappy_(const char* daemon, const char* pidfile) noexcept {
+int isDaemonHappy_(const char* daemon, const char* pidfile) {
     const bool is_wanted = isDaemonEnabled_(daemon) != 0 && isCnode() == 0;
     return is_wanted ? isDaemonRunning_(pidfile) : 1;
 }
 
-int isDaemonEnabled_(const char* daemon) noexcept {
+int isDaemonEnabled_(const char* daemon) {
     if (daemon == nullptr) {
         return 0;
     }
@@ -139,7 +142,7 @@ int isDaemonEnabled_(const char* daemon) noexcept {
                : 0;
 }
 
-int isDaemonRunning_(const char* pidfile) noexcept {
+int isDaemonRunning_(const char* pidfile) {
     if (pidfile == nullptr) {
         return 0;
     }
@@ -147,7 +150,7 @@ int isDaemonRunning_(const char* pidfile) noexcept {
     return wq::is_locked_against(F_RDLCK, file) ? 1 : 0;
 }
 
-const char* getSnmpGleanPidFile(void) noexcept {
+const char* getSnmpGleanPidFile(void) WQEVENTS_NOEXCEPT {
     if (wq::answers.gleaner_pid_file != nullptr) {
         return wq::answers.gleaner_pid_file;
     }
@@ -157,13 +160,13 @@ const char* getSnmpGleanPidFile(void) noexcept {
     return wq::answers.gleaner_pid_file != nullptr ? wq::answers.gleaner_pid_file : given;
 }
 
-int isSnmpGleanRunning(void) noexcept {
+int isSnmpGleanRunning(void) {
     const char* path = getSnmpGleanPidFile();
     const wq::Fd file = path != nullptr ? wq::open_to_read(path) : wq::Fd();
     return wq::is_locked_against(F_WRLCK, file) ? 1 : 0;
 }
 
-int eventConfiguratorExists(void) noexcept {
+int eventConfiguratorExists(void) WQEVENTS_NOEXCEPT {
     if (wq::answers.configurator == wq::Answers::unknown) {
         wq::answers.configurator =
             wq::exists(wq::configurator_program) ? wq::Answers::installed : wq::Answers::absent;

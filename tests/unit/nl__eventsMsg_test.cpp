@@ -12,8 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "EMS/events/nl__eventsMsg.h"
 #include "support/env_value.h"
@@ -296,6 +298,37 @@ TEST_F(EventsMsg, OtherLanguageWins) {
         }
         EXPECT_STREQ("text", _eventsMsg(1, 10, "text"));
     });
+}
+
+/* The recipe of the documentation, with another prefix. */
+std::string documented_path(const std::string& prefix) {
+    const std::string documented = "NLSPATH=/usr/local/share/locale";
+    std::ifstream page(WQEVENTS_TEST_DATA "/../docs/channel.md");
+    for (std::string line; std::getline(page, line);) {
+        if (const size_t at = line.find(documented); at != std::string::npos) {
+            return prefix + line.substr(at + documented.size());
+        }
+    }
+    return "not documented";
+}
+
+TEST_F(EventsMsg, DocumentedPathFindsTheLanguage) {
+    for (const char* language : {"C", "en"}) {
+        const std::string folder = std::string(language) + "/LC_MESSAGES";
+        std::filesystem::create_directories(dir_.path(folder));
+        dir_.write("events.msg", std::string("$set 1\n1 in ").append(language).append("\n"));
+        const std::string command =
+            "gencat '" + dir_.path(folder + "/events.cat") + "' '" + dir_.path("events.msg") + "'";
+        ASSERT_EQ(std::system(command.c_str()), 0);
+    }
+    const EnvValue path("NLSPATH", documented_path(dir_.path()));
+    for (const auto& [lang, text] : {std::pair{"C", "in C"},
+                                     {"C.UTF-8", "in C"},
+                                     {"en_US.UTF-8", "in en"},
+                                     {"en_GB", "in en"}}) {
+        const EnvValue value("LANG", lang);
+        in_child([expected = text] { EXPECT_STREQ(expected, _eventsMsg(1, 1, "none")); });
+    }
 }
 
 /* A text, and what it becomes with the arguments "one", 2 and "three"; null: it asks for others. */

@@ -263,6 +263,20 @@ TEST_F(Search, TakesTheFirstAlongThePath) {
     EXPECT_EQ(found(""), "none");
 }
 
+/* The root folder is nobody's choice. */
+TEST_F(Search, AnEmptyEntryIsTheCurrentFolder) {
+    put("a", "in a");
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(dir_.path("a"));
+    const std::string elsewhere = dir_.path("elsewhere") + "/%N";
+    EXPECT_EQ(found(":" + elsewhere), "in a");
+    EXPECT_EQ(found(elsewhere + "::" + elsewhere), "in a");
+    EXPECT_EQ(found("%N"), "in a");
+    EXPECT_EQ(found(elsewhere + ":"), "none") << "an end is no entry";
+    std::filesystem::current_path(before);
+    EXPECT_EQ(found(":" + elsewhere), "none");
+}
+
 TEST_F(Search, TheLocaleIsAlwaysTheSame) {
     const EnvValue all("LC_ALL", "C");
     put("b/En_US", "in b");

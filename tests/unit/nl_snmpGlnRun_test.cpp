@@ -69,7 +69,7 @@ TEST(DaemonEnabled, ByTheRegistrationFile) {
             {":kmpollerd:x\n", 0},
             {"0:kmpollerd\n", 0},
             {"0:kmpollerd \n", 0},
-            {"0:kmpollerd", 1},
+            {"0:kmpollerd", 0},
             {"0:kmpollerd :x\n", 0},
             {"0:kmpollerd:", 1},
             {"0:\tkmpollerd:x\n", 0},
@@ -106,6 +106,23 @@ TEST(DaemonEnabled, ByTheRegistrationFile) {
             EXPECT_EQ(isDaemonEnabled_("kmpollerd"), row.expected) << row.content;
             EXPECT_EQ(isKmPollerdEnabled(), row.expected) << row.content;
             EXPECT_EQ(isKmCollectordEnabled(), 0) << row.content;
+        }
+    });
+}
+
+/* What follows the name decides: a ":", which a line that is cut off lacks. */
+TEST(DaemonEnabled, NotByALineWithoutItsEnd) {
+    REQUIRE_SANDBOX();
+    run_in_sandbox({}, [] {
+        for (const LineRow& row : {LineRow{"0:kmpollerd", 0},
+                                   {"0:kmpollerd:", 1},
+                                   {"0:kmpollerd:x", 1},
+                                   {"0: kmpollerd", 0},
+                                   {"1:kmpollerd:\n0:kmpollerd", 0},
+                                   {"0::kmpollerd", 0},
+                                   {"0::kmpollerd:", 1}}) {
+            write_file(registration, row.content);
+            EXPECT_EQ(row.expected, isKmPollerdEnabled()) << row.content;
         }
     });
 }

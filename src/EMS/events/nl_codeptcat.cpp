@@ -62,6 +62,9 @@ bool exists(const std::string& path) {
 // catalogue's place at its end.
 std::string path_of_entry(std::string_view entry) {
     constexpr std::size_t name_place = 3;  // of "/%N"
+    if (entry.size() < name_place) {
+        return std::string(catalogue_name);  // POSIX: an empty entry is "%N", the current folder
+    }
     const std::size_t locale_place = entry.find("%L");
     std::string path(entry.substr(0, locale_place == std::string_view::npos
                                          ? entry.size() - std::min(entry.size(), name_place)
