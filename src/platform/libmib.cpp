@@ -10,9 +10,11 @@
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
+#include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/text_sink.h"
 #include "platform/weak.h"
 
@@ -236,8 +238,7 @@ struct MibState {
 
 /* One thread at a time uses it, as all that formats traps. */
 MibState& mib_state() {
-    static MibState state;
-    return state;
+    return lasting<MibState>();
 }
 
 void write_name(MibState& state, std::span<const uint32_t> oid, char* buf) {
@@ -284,9 +285,9 @@ void find_file_name(std::string& name) {
         name = given;
         return;
     }
-    char* path = _WQConcatPath(_WQconfDirName(nullptr), "mib.txt");
-    name = path != nullptr ? path : "mib.txt";
-    std::free(path);
+    const std::unique_ptr<char, decltype(&std::free)> path(
+        _WQConcatPath(_WQconfDirName(nullptr), "mib.txt"), std::free);
+    name = path != nullptr ? path.get() : "mib.txt";
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <wqevents/alerts.h>
 
 #include "EMS/events/internal/file_text.h"
+#include "EMS/events/internal/lasting.h"
 
 namespace wq {
 namespace {
@@ -49,7 +50,10 @@ struct Catalogue {
     std::array<Run, sets + 1> runs{};
     std::array<char, 16> digits{};
 };
-Catalogue catalogue;
+
+Catalogue& catalogue() {
+    return lasting<Catalogue>();
+}
 
 // ---- finding the file
 
@@ -224,12 +228,12 @@ int codeptcatinit(void) WQEVENTS_NOEXCEPT {
     codeptpath(nullptr);
     wq::Loaded result = wq::not_a_catalogue;
     try {
-        result = wq::load(wq::catalogue);
+        result = wq::load(wq::catalogue());
         if (result == wq::not_a_catalogue) {
-            wq::unload(wq::catalogue);
+            wq::unload(wq::catalogue());
         }
     } catch (const std::exception&) {  // no memory for what the file claims to hold
-        wq::catalogue.is_loaded = false;
+        wq::catalogue().is_loaded = false;
         result = wq::not_a_catalogue;
     }
     return result == wq::not_read ? wq::not_opened : result;
@@ -238,9 +242,9 @@ int codeptcatinit(void) WQEVENTS_NOEXCEPT {
 void codeptpath(const char* path) WQEVENTS_NOEXCEPT {
     try {
         if (path != nullptr) {
-            wq::catalogue.path = path;
-        } else if (wq::catalogue.path.empty()) {
-            wq::catalogue.path = wq::find_catalogue();
+            wq::catalogue().path = path;
+        } else if (wq::catalogue().path.empty()) {
+            wq::catalogue().path = wq::find_catalogue();
         }
     } catch (const std::exception&) {  // no memory for the path
         return;
@@ -251,14 +255,14 @@ const char* codeptstr(int set, int id) WQEVENTS_NOEXCEPT {
     if (id == wq::no_code_point) {
         return "";
     }
-    if (!wq::catalogue.is_loaded) {
-        return wq::digits_of(wq::catalogue, id);
+    if (!wq::catalogue().is_loaded) {
+        return wq::digits_of(wq::catalogue(), id);
     }
     if (set < 1 || set > wq::sets) {
         return "-";
     }
-    const char* const text = wq::find_text(wq::catalogue, set, id);
-    return text == nullptr ? wq::digits_of(wq::catalogue, id) : text;
+    const char* const text = wq::find_text(wq::catalogue(), set, id);
+    return text == nullptr ? wq::digits_of(wq::catalogue(), id) : text;
 }
 
 int cecmp(const void* a, const void* b) WQEVENTS_NOEXCEPT {

@@ -18,6 +18,7 @@
 
 #include "EMS/events/internal/conf_lines.h"
 #include "EMS/events/internal/field_scan.h"
+#include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/text_append.h"
 #include "EMS/events/internal/text_scan.h"
 #include "EMS/events/nl_trapspec.h"
@@ -45,9 +46,12 @@ void free_alert_list(alert_record* list) {
     }
 }
 
+struct AlertMessage {
+    std::string text;
+};
+
 std::string& alert_message() {
-    static std::string message;
-    return message;
+    return lasting<AlertMessage>().text;
 }
 
 void report_unlocked(const AlertFile& file, int error) {

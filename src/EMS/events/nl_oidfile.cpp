@@ -15,6 +15,7 @@
 #include <unordered_map>
 
 #include "EMS/events/internal/file_text.h"
+#include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/line_reader.h"
 #include "EMS/events/internal/oid_lines.h"
 #include "EMS/events/internal/text_scan.h"
@@ -37,7 +38,10 @@ struct OidFileState {
     std::unordered_map<std::string_view, local_map*> by_name;
     std::uint64_t linecount = 0;
 };
-OidFileState state;
+
+OidFileState& state() {
+    return lasting<OidFileState>();
+}
 
 // The first character of `text` from `start` on that is the ASCII character `character`; `none`
 // where there is none. What `text` is a part of ends in a terminator, and a character begins at
@@ -62,7 +66,7 @@ bool read_physical_line(char* to, std::size_t size, LineReader& file) {
     }
     std::memcpy(to, piece.data(), piece.size());
     to[piece.size()] = '\0';
-    ++state.linecount;
+    ++state().linecount;
     return true;
 }
 
@@ -147,15 +151,15 @@ void add_mapping(std::string_view name, std::string_view oid) {
         return;
     }
     map->ent_oid_len = buildEntOid(map->ent_oid, map->oidstring);
-    map->next = state.head_local;
+    map->next = state().head_local;
     // An older mapping's text may stay the key: all mappings go at once.
-    state.by_name.insert_or_assign(map->mapping_str, map.get());
-    state.head_local = map.release();
+    state().by_name.insert_or_assign(map->mapping_str, map.get());
+    state().head_local = map.release();
 }
 
 local_map* find_mapping(std::string_view name) {
-    const auto found = state.by_name.find(name);
-    return found == state.by_name.end() ? nullptr : found->second;
+    const auto found = state().by_name.find(name);
+    return found == state().by_name.end() ? nullptr : found->second;
 }
 
 // "x(first..last)": the variable stands behind a dot, and nothing but blanks behind the range.
@@ -326,7 +330,7 @@ StrsubResult append_reference(std::string_view reference, char variable, std::st
 }  // namespace
 
 std::uint64_t oid_lines_read() {
-    return state.linecount;
+    return state().linecount;
 }
 
 char* getOidLine(OidLine& line, LineReader& file) {
@@ -414,10 +418,10 @@ void read_mapping_line(const char* text) {
 }
 
 void local_mapFree() {
-    state.by_name.clear();
-    while (state.head_local != nullptr) {
-        const Owned<local_map> gone(state.head_local);
-        state.head_local = gone->next;
+    state().by_name.clear();
+    while (state().head_local != nullptr) {
+        const Owned<local_map> gone(state().head_local);
+        state().head_local = gone->next;
     }
 }
 
@@ -440,11 +444,11 @@ oidnode* TreeParseOidFile(oidnode* tree, const char* path) WQEVENTS_NOEXCEPT {
 }
 
 void dumpLocalList(void) WQEVENTS_NOEXCEPT {
-    if (wq::state.head_local == nullptr) {
+    if (wq::state().head_local == nullptr) {
         return;
     }
     std::fputs("\nLocal mappings:\n", stdout);
-    for (const local_map* map = wq::state.head_local; map != nullptr; map = map->next) {
+    for (const local_map* map = wq::state().head_local; map != nullptr; map = map->next) {
         std::printf("\t'%s' -> ", map->mapping_str);
         for (int i = 0; i < map->ent_oid_len; ++i) {
             std::printf(".%d", static_cast<int>(map->ent_oid[i]));

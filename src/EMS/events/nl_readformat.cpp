@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "EMS/events/internal/field_scan.h"
+#include "EMS/events/internal/lasting.h"
 #include "EMS/events/nl_ferlospec.h"
 #include "EMS/events/nl_trapspec_index.h"
 
@@ -42,7 +43,9 @@ struct ReadFormatState {
     std::string augment_message; /* of a file that was read into the model */
 };
 
-ReadFormatState state;
+ReadFormatState& state() {
+    return lasting<ReadFormatState>();
+}
 
 void trace(const char* routine, const char* text) {
     if (trace_vortdconf != 0) {
@@ -221,12 +224,12 @@ int read_main_file() {
     char* path = nullptr;
     const Stream stream(fopenConfFile("r", &path));
     if (!stream) {
-        return fail_file(state.message, "Could not open trap format file", path);
+        return fail_file(state().message, "Could not open trap format file", path);
     }
     /* The old model goes only once the whole file is at hand. */
     FileText file;
     if (!file.read(::fileno(stream.get()), conf_limits)) {
-        return fail_file(state.message, "Could not read trap format file", path);
+        return fail_file(state().message, "Could not read trap format file", path);
     }
     if (enterprise_list_head.next != nullptr) {
         trace("read_trapspec_file", "freeing old info.");
@@ -234,21 +237,21 @@ int read_main_file() {
     }
     fill_default_record();
     trace("read_trapspec_file", "resetting keyword strlens");
-    state.lengths = measure_keywords();
-    ConfReader reader(file, path, state.lengths, state.message);
+    state().lengths = measure_keywords();
+    ConfReader reader(file, path, state().lengths, state().message);
     return doReadTrapspecFile(reader);
 }
 
 int read_further_file(const char* path) {
     const Fd fd = open_for_reading(path);
     if (!fd) {
-        return fail_file(state.augment_message, "Could not open new trap format file", path);
+        return fail_file(state().augment_message, "Could not open new trap format file", path);
     }
     FileText file;
     if (!file.read(fd.get(), conf_limits)) {
-        return fail_file(state.augment_message, "Could not read new trap format file", path);
+        return fail_file(state().augment_message, "Could not read new trap format file", path);
     }
-    ConfReader reader(file, path, state.lengths, state.augment_message);
+    ConfReader reader(file, path, state().lengths, state().augment_message);
     return doReadTrapspecFile(reader);
 }
 
@@ -328,9 +331,9 @@ int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT {
     if (errmsg == nullptr) {
         return -1;
     }
-    wq::state.message.clear();
+    wq::state().message.clear();
     const int result = wq::read_main_file();
-    *errmsg = wq::state.message.data();
+    *errmsg = wq::state().message.data();
     if (result == 0) {
         wq::trace("read_trapspec_file", "about to read ferlospec_file.");
         wq::read_alert_configuration(errmsg);
@@ -342,8 +345,8 @@ int augmentTrapspecFile(char** errmsg, const char* path) WQEVENTS_NOEXCEPT {
     if (errmsg == nullptr) {
         return -1;
     }
-    wq::state.augment_message.clear();
+    wq::state().augment_message.clear();
     const int result = path != nullptr ? wq::read_further_file(path) : -1;
-    *errmsg = wq::state.augment_message.data();
+    *errmsg = wq::state().augment_message.data();
     return result;
 }
