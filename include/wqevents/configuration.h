@@ -435,7 +435,8 @@ WQEVENTS_API void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT;
 /*
  * getVortdConfFile: the name of the configuration file. Where none is set it is computed once and
  * kept: the value of the environment variable WQVORTDCONF, else "C/vortd.conf" below the platform's
- * configuration directory. The text is the library's, valid until setVortdConfFile().
+ * configuration directory. The text is the library's and stays readable; setVortdConfFile() may
+ * overwrite it. Null when memory is exhausted.
  */
 WQEVENTS_API char* getVortdConfFile(void) WQEVENTS_NOEXCEPT;
 
@@ -448,19 +449,21 @@ WQEVENTS_API FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEP
 
 /*
  * lockVortdConfFile: opens the configuration file for reading and writing and takes an exclusive
- * lock on the whole of it, without waiting. The lock keeps other processes out, not this one, and
- * lasts until the stream is closed, normally by write_trapspec_file(); reading the file meanwhile
- * does not drop it. Returns the stream with `*message` null, or null with a text in `*message` that
- * the caller gives to free().
+ * lock on the whole of it, without waiting. The lock keeps other processes out, children that are
+ * forked meanwhile among them, but not this one. It lasts until the stream is closed, normally by
+ * write_trapspec_file(), whatever else this process opens, reads, locks and closes meanwhile.
+ * Returns the stream with `*message` null, or null with a text in `*message` that the caller gives
+ * to free().
  */
 WQEVENTS_API FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT;
 
 /*
  * open_ferlo_lock_file: opens and locks the alert configuration, the file that the environment
  * variable FERLOD_CONF names, else "ferlod.conf" in the platform's configuration directory. `mode`
- * "r" takes a shared lock, "w" an exclusive one before the file is truncated. While another process
- * refuses the lock it is tried up to 5 more times, for 20 seconds in all. `*name` is pointed at the
- * name, a text of the library's, `*stream` at the stream. Returns 0 (also where the system refuses
+ * "r" takes a shared lock, the others an exclusive one, "w" before the file is truncated. While
+ * another process refuses the lock it is tried up to 5 more times, for 20 seconds in all. Streams of
+ * this process are never in each other's way; each has its own lock until it is closed. `*name` is
+ * pointed at the name, a text of the library's that stays readable, `*stream` at the stream. Returns 0 (also where the system refuses
  * for another reason than a holder), -1 when the file cannot be opened, -2 when the lock is held
  * elsewhere; the stream is then open, without the lock.
  */

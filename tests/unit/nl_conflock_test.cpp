@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <wqevents/configuration.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -156,7 +157,11 @@ TEST_F(LockConfiguration, AConflictBehindAnOwnSharedLockIsRefused) {
     ASSERT_EQ(wq::lock_file(ours.get(), wq::Lock::shared), wq::Locked::yes);
     const LockHolder other(file, F_RDLCK);
     char* message = nullptr;
+    errno = 0;
     EXPECT_EQ(lockVortdConfFile(&message), nullptr);
+    EXPECT_EQ(errno, EAGAIN);
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(message, refusal(file));
     free(message);
     wq::unlock_file(ours.get());
 }

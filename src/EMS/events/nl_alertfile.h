@@ -10,7 +10,7 @@ enum class AlertFileState { ready = 0, not_opened = -1, held_elsewhere = -2 };
 
 struct AlertFile {
     std::FILE* stream;  // the caller's to close; null where not opened
-    char* name;         // valid until the next call
+    char* name;         // stays readable; the next call may overwrite it
     AlertFileState state;
 };
 

@@ -7,19 +7,20 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 #include <string>
 
 #include "EMS/events/internal/file_text.h"
+#include "EMS/events/internal/guarded.h"
+#include "EMS/events/internal/kept_text.h"
+#include "EMS/events/internal/lasting.h"
 
 namespace wq {
 namespace {
 
 struct ConfFileState {
-    std::optional<std::string> name; /* none: to be computed when it is asked for */
+    KeptText names;
+    char* name = nullptr; /* none: to be computed when it is asked for */
 };
-
-ConfFileState state;
 
 std::string default_conf_file() {
     if (const char* named = std::getenv("WQVORTDCONF")) {
@@ -33,10 +34,9 @@ bool only_reads(const char* mode) {
     return mode[0] == 'r' && std::strchr(mode, '+') == nullptr;
 }
 
-/* fopen(); programs that this one starts do not inherit the stream. */
 Stream open_conf_file(const char* path, const char* mode) {
     if (!only_reads(mode)) {
-        return Stream(std::fopen(path, std::string(mode).append("e").c_str()));
+        return open_stream(path, mode);
     }
     Fd fd = open_for_reading(path);
     Stream stream(fd ? ::fdopen(fd.get(), mode) : nullptr);
@@ -50,18 +50,21 @@ Stream open_conf_file(const char* path, const char* mode) {
 }  // namespace wq
 
 void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT {
-    std::optional<std::string> chosen;
-    if (name != nullptr && *name != '\0') {
-        chosen = name;
+    auto& state = wq::lasting<wq::ConfFileState>();
+    if (name == nullptr || *name == '\0') {
+        state.name = nullptr;
+        return;
     }
-    wq::state.name.swap(chosen);
+    /* The name may be the one that is kept, or a part of it. */
+    wq::guarded([&] { state.name = state.names.keep(std::string(name)); });
 }
 
 char* getVortdConfFile(void) WQEVENTS_NOEXCEPT {
-    if (!wq::state.name) {
-        wq::state.name = wq::default_conf_file();
+    auto& state = wq::lasting<wq::ConfFileState>();
+    if (state.name == nullptr) {
+        wq::guarded([&] { state.name = state.names.keep(wq::default_conf_file()); });
     }
-    return wq::state.name->data();
+    return state.name;
 }
 
 FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEPT {
@@ -69,5 +72,8 @@ FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEPT {
         return nullptr;
     }
     *name = getVortdConfFile();
-    return wq::open_conf_file(*name, mode).release();
+    if (*name == nullptr) {
+        return nullptr;
+    }
+    return wq::guarded<FILE*>(nullptr, [&] { return wq::open_conf_file(*name, mode).release(); });
 }

@@ -12,14 +12,17 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <string>
 #include <string_view>
-#include <vector>
 
 #include <wqevents/configuration.h>
 #include <wqevents/trace.h>
 #include <wqplatform.h>
 
 #include "EMS/events/internal/file_text.h"
+#include "EMS/events/internal/guarded.h"
+#include "EMS/events/internal/kept_text.h"
+#include "EMS/events/internal/lasting.h"
 #include "EMS/events/nl_alertfile.h"
 
 namespace wq {
@@ -34,60 +37,10 @@ void (*pause_between_attempts)(unsigned seconds) = sleep_seconds;
 
 namespace {
 
-// A lock that this process took, and on which file.
-struct HeldLock {
-    int fd;
-    dev_t device;
-    ino_t inode;
-    pid_t process;
-};
-
-struct LockState {
-    std::vector<HeldLock> held;
-    std::string alert_file;
+struct OpenAlerts {
+    KeptText names;
     Stream left_open;  // what the reader of alerts left open, locked, after an error in a body
 };
-LockState locks;
-
-// Open file description locks: classic record locks are dropped when the process closes any
-// descriptor of the file, as reading it between lock and write does.
-bool request_lock(int fd, short type) {
-    struct flock whole {};
-    whole.l_type = type;
-    whole.l_whence = SEEK_SET;
-    int result = 0;
-    do {
-        result = fcntl(fd, F_OFD_SETLK, &whole);
-    } while (result == -1 && errno == EINTR);
-    return result == 0;
-}
-
-bool is_refusal(int error) {
-    return error == EACCES || error == EAGAIN;
-}
-
-bool refers_to(int fd, const HeldLock& lock) {
-    struct stat status {};
-    return fstat(fd, &status) == 0 && status.st_dev == lock.device && status.st_ino == lock.inode;
-}
-
-void remember(int fd) {
-    struct stat status {};
-    std::erase_if(locks.held, [fd](const HeldLock& lock) { return lock.fd == fd; });
-    if (fstat(fd, &status) == 0) {
-        locks.held.push_back({fd, status.st_dev, status.st_ino, getpid()});
-    }
-}
-
-// Whether it is this process itself that holds the lock which was in the way: the descriptor that
-// took it must still be open on the file, and get the lock again although others may want it.
-bool holds_already(int fd, short type) {
-    const pid_t process = getpid();
-    return std::any_of(locks.held.begin(), locks.held.end(), [&](const HeldLock& lock) {
-        return lock.fd != fd && lock.process == process && refers_to(fd, lock) &&
-               refers_to(lock.fd, lock) && request_lock(lock.fd, type);
-    });
-}
 
 std::string format_message(const char* format, const std::string& name, int error) {
     const auto print = [&](char* to, std::size_t size) {
@@ -131,7 +84,7 @@ Stream open_for(const char* path, const char* mode) {
     const std::string_view wish(mode);
     const bool plus = wish.find('+') != std::string_view::npos;
     if (!wish.starts_with('w') && (plus || !wish.starts_with('r'))) {
-        return Stream(std::fopen(path, mode));
+        return open_stream(path, mode);
     }
     Fd fd = wish.starts_with('w') ? open_untruncated(path, plus) : open_for_reading(path);
     Stream stream(fd ? fdopen(fd.get(), mode) : nullptr);
@@ -154,27 +107,33 @@ Locked lock_patiently(int fd, Lock kind) {
     return result;
 }
 
-}  // namespace
-
-Locked lock_file(int fd, Lock kind) {
-    const short type = kind == Lock::exclusive ? F_WRLCK : F_RDLCK;
-    if (request_lock(fd, type)) {
-        remember(fd);
-        return Locked::yes;
-    }
+// What the caller is told about a failure, with the number that the failed call left.
+std::FILE* refuse(char*& message, const char* text, const char* name) {
     const int error = errno;
-    if (is_refusal(error) && holds_already(fd, type)) {
-        return Locked::yes;
-    }
+    message = malloced(format_message(text, name != nullptr ? name : "", error));
     errno = error;
-    return is_refusal(error) ? Locked::held_elsewhere : Locked::failed;
+    return nullptr;
 }
 
-void unlock_file(int fd) {
-    const ErrnoKeeper keeper;
-    request_lock(fd, F_UNLCK);
-    std::erase_if(locks.held, [fd](const HeldLock& lock) { return lock.fd == fd; });
+std::FILE* lock_configuration(char*& message) {
+    char* name = nullptr;
+    Stream stream(fopenConfFile("r+", &name));
+    if (stream == nullptr) {
+        return refuse(
+            message, _eventsMsg(1, 7, "Could not open configuration file \"%s\".\nError %d: %s.\n"),
+            name);
+    }
+    if (lock_file(fileno(stream.get()), Lock::exclusive) != Locked::yes) {
+        return refuse(message,
+                      _eventsMsg(1, 8,
+                                 "Another Event Configuration process is already running.\n"
+                                 "Could not lock configuration file \"%s\".\nError %d: %s.\n"),
+                      name);
+    }
+    return stream.release();
 }
+
+}  // namespace
 
 void close_alert_file(std::FILE* stream) {
     unlock_file(fileno(stream));
@@ -182,15 +141,15 @@ void close_alert_file(std::FILE* stream) {
 }
 
 void leave_alert_file_open(std::FILE* stream) {
-    locks.left_open.reset(stream);
+    lasting<OpenAlerts>().left_open.reset(stream);
 }
 
 AlertFile open_alert_file(const char* mode, bool truncate) {
-    if (locks.left_open != nullptr) {
-        close_alert_file(locks.left_open.release());
+    auto& alerts = lasting<OpenAlerts>();
+    if (alerts.left_open != nullptr) {
+        close_alert_file(alerts.left_open.release());
     }
-    locks.alert_file = find_alert_file();
-    AlertFile file{nullptr, locks.alert_file.data(), AlertFileState::not_opened};
+    AlertFile file{nullptr, alerts.names.keep(find_alert_file()), AlertFileState::not_opened};
     Stream stream = open_for(file.name, mode);
     const int fd = stream == nullptr ? -1 : fileno(stream.get());
     if (fd == -1) {
@@ -217,31 +176,17 @@ FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT {
         return nullptr;
     }
     *message = nullptr;
-    char* name = nullptr;
-    wq::Stream stream(fopenConfFile("r+", &name));
-    if (stream == nullptr) {
-        *message = wq::malloced(wq::format_message(
-            _eventsMsg(1, 7, "Could not open configuration file \"%s\".\nError %d: %s.\n"), name,
-            errno));
-        return nullptr;
-    }
-    if (wq::lock_file(fileno(stream.get()), wq::Lock::exclusive) != wq::Locked::yes) {
-        *message = wq::malloced(wq::format_message(
-            _eventsMsg(1, 8,
-                       "Another Event Configuration process is already running.\n"
-                       "Could not lock configuration file \"%s\".\nError %d: %s.\n"),
-            name, errno));
-        return nullptr;
-    }
-    return stream.release();
+    return wq::guarded<FILE*>(nullptr, [&] { return wq::lock_configuration(*message); });
 }
 
 int open_ferlo_lock_file(const char* mode, FILE** stream, char** name) WQEVENTS_NOEXCEPT {
     if (mode == nullptr || stream == nullptr || name == nullptr) {
         return -1;
     }
-    const wq::AlertFile file = wq::open_alert_file(mode, true);
-    *name = file.name;
-    *stream = file.stream;
-    return static_cast<int>(file.state);
+    return wq::guarded(-1, [&] {
+        const wq::AlertFile file = wq::open_alert_file(mode, true);
+        *name = file.name;
+        *stream = file.stream;
+        return static_cast<int>(file.state);
+    });
 }

@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string>
 
 namespace wq {
 namespace {
@@ -136,6 +138,12 @@ Fd open_for_reading(const char* path) {
         return Fd();
     }
     return fd;
+}
+
+Stream open_stream(const char* path, std::string_view mode) {
+    std::string private_mode(mode);
+    private_mode.insert(std::min(mode.find(','), mode.size()), 1, 'e');
+    return Stream(std::fopen(path, private_mode.c_str()));
 }
 
 void FileText::clear() {

@@ -20,6 +20,9 @@ inline constexpr std::string_view unfinished_mark = "!\n";
 // directory cannot be opened (EISDIR), nor can null (EINVAL). On failure errno says why.
 Fd open_for_reading(const char* path);
 
+// fopen(), but programs that this one starts do not inherit the stream.
+Stream open_stream(const char* path, std::string_view mode);
+
 struct ReadLimits {
     // No reader goes on after a longer line, so that nothing after it is read.
     std::size_t longest_line = std::numeric_limits<std::size_t>::max();
