@@ -190,8 +190,10 @@ WQEVENTS_API extern int trace_vortdconf;
 /*
  * read_trapspec_file: reads the file that getVortdConfFile() names in place of the model in memory,
  * and the alert configuration after it (read_ferlospec_file()). `*errmsg` is pointed at a text of
- * the library's, empty on success, that the next read overwrites. Returns 0, or -1: the file cannot
- * be opened (the model stays) or holds an error (what was read before it stays in memory). An error
+ * the library's, empty on success, that stays readable and that the next read overwrites. Returns 0,
+ * or -1: the file cannot be opened or read (the model stays) or holds an error (what was read before
+ * it stays in memory). What is read is one whole state of the file; when it changes during six reads
+ * in a row it cannot be read. An error
  * in the alert configuration leaves its text in `*errmsg` and does not change the result. A line of
  * more than 51197 characters between two blocks ends the file there, with result 0 and "Line too
  * long" in `*errmsg`.

@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "EMS/events/internal/kept_text.h"
 #include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/text_sink.h"
 #include "platform/weak.h"
@@ -233,7 +234,7 @@ class RecentNames {
 struct MibState {
     MibTree tree = builtin_definitions().tree;
     RecentNames recent;
-    std::string file_name;
+    KeptText file_names;
 };
 
 /* One thread at a time uses it, as all that formats traps. */
@@ -320,9 +321,9 @@ WQ_STAND_IN int WQmib_load_mib(void) {
 
 WQ_STAND_IN const char* WQmib_get_mib_filename(void) {
     try {
-        std::string& name = wq::mib_state().file_name;
+        std::string name;
         wq::find_file_name(name);
-        return name.c_str();
+        return wq::mib_state().file_names.keep(name);
     } catch (const std::exception&) { /* no memory */
         return "mib.txt";
     }

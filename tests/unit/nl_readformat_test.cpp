@@ -2,6 +2,7 @@
  * The reader as a whole: its sections, the model that it fills, reading again and reading more.
  */
 #include <gtest/gtest.h>
+#include <wqevents/alerts.h>
 #include <wqevents/configuration.h>
 #include <wqevents/trace.h>
 
@@ -493,6 +494,30 @@ TEST_F(Keywords, AKeywordThatIsMissingNeverMatches) {
     sdescKeyword = nullptr;
     EXPECT_EQ(read(agent + "x {1.3.6.1.4.1.8072} 6 2 A 1 0 \"IGNORE\"\ntext\nSDESC\n"),
               failure("Did not find a  keyword", 4, "SDESC"));
+}
+
+/* --- texts that are handed out --- */
+
+TEST_F(TrapConf, MessagesStayReadable) {
+    std::vector<const char*> messages;
+    for (std::size_t length = 1; length < 4000; length *= 2) {
+        const std::string line(length, 'x');
+        EXPECT_EQ(read(line), failure("Bad name line (matched 1, not 8 tokens)\n", 1, line));
+        char* message = nullptr;
+        EXPECT_EQ(read_trapspec_file(&message), -1);
+        messages.push_back(message);
+        EXPECT_EQ(augmentTrapspecFile(&message, dir_.path("conf").c_str()), -1);
+        messages.push_back(message);
+        dir_.write("alerts", line + "\n");
+        EXPECT_EQ(read_ferlospec_file(&message), -1);
+        messages.push_back(message);
+        EXPECT_EQ(write_ferlospec_file(&message), 0);
+        messages.push_back(message);
+        dir_.write("alerts", "");
+    }
+    for (const char* message : messages) {
+        EXPECT_LT(std::string(message).size(), 8000U);
+    }
 }
 
 }  // namespace

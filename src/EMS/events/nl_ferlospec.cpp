@@ -18,6 +18,8 @@
 
 #include "EMS/events/internal/conf_lines.h"
 #include "EMS/events/internal/field_scan.h"
+#include "EMS/events/internal/guarded.h"
+#include "EMS/events/internal/kept_text.h"
 #include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/text_append.h"
 #include "EMS/events/internal/text_scan.h"
@@ -48,10 +50,17 @@ void free_alert_list(alert_record* list) {
 
 struct AlertMessage {
     std::string text;
+    KeptText handed_out;
 };
 
 std::string& alert_message() {
     return lasting<AlertMessage>().text;
+}
+
+char* kept_alert_message() {
+    static char nothing[] = "";
+    auto& message = lasting<AlertMessage>();
+    return guarded<char*>(nothing, [&] { return message.handed_out.keep(message.text); });
 }
 
 void report_unlocked(const AlertFile& file, int error) {
@@ -491,15 +500,14 @@ int read_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT {
     if (errmsg == nullptr) {
         return -1;
     }
-    std::string& message = wq::alert_message();
-    message.clear();
+    wq::alert_message().clear();
     int result = -1;
     try {
         result = wq::read_alerts();
     } catch (const std::exception&) {  // no memory for the record: none is attached
         result = -1;
     }
-    *errmsg = message.data();
+    *errmsg = wq::kept_alert_message();
     return result;
 }
 

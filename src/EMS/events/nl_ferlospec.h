@@ -50,8 +50,11 @@ struct AlertFileCloser {
 };
 using AlertStream = std::unique_ptr<std::FILE, AlertFileCloser>;
 
-// The text that was handed out with the last failure; empty when there was none.
+// The text that goes with a failure; empty when there is none.
 std::string& alert_message();
+
+// Its text, to be handed out: it stays readable, and the next one overwrites it.
+char* kept_alert_message();
 
 // What opening for reading or writing leaves in alert_message() when it fails.
 void report_unlocked(const AlertFile& file, int error);

@@ -164,7 +164,7 @@ int write_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT {
     } catch (const std::exception&) {  // no memory for the text: the file is as it was
         result = -1;
     }
-    *errmsg = wq::alert_message().data();
+    *errmsg = wq::kept_alert_message();
     return result;
 }
 

@@ -13,6 +13,8 @@
 #include <cstring>
 
 #include "EMS/events/internal/field_scan.h"
+#include "EMS/events/internal/guarded.h"
+#include "EMS/events/internal/kept_text.h"
 #include "EMS/events/internal/lasting.h"
 #include "EMS/events/nl_ferlospec.h"
 #include "EMS/events/nl_trapspec_index.h"
@@ -39,8 +41,8 @@ namespace {
 
 struct ReadFormatState {
     KeywordLengths lengths = measure_keywords();
-    std::string message;         /* of the file itself */
-    std::string augment_message; /* of a file that was read into the model */
+    KeptText messages;         /* of the file itself */
+    KeptText augment_messages; /* of files that were read into the model */
 };
 
 ReadFormatState& state() {
@@ -220,16 +222,16 @@ int fail_file(std::string& message, std::string_view what, const char* path) {
     return -1;
 }
 
-int read_main_file() {
+int read_main_file(std::string& message) {
     char* path = nullptr;
     const Stream stream(fopenConfFile("r", &path));
     if (!stream) {
-        return fail_file(state().message, "Could not open trap format file", path);
+        return fail_file(message, "Could not open trap format file", path);
     }
     /* The old model goes only once the whole file is at hand. */
     FileText file;
     if (!file.read(::fileno(stream.get()), conf_limits)) {
-        return fail_file(state().message, "Could not read trap format file", path);
+        return fail_file(message, "Could not read trap format file", path);
     }
     if (enterprise_list_head.next != nullptr) {
         trace("read_trapspec_file", "freeing old info.");
@@ -238,21 +240,32 @@ int read_main_file() {
     fill_default_record();
     trace("read_trapspec_file", "resetting keyword strlens");
     state().lengths = measure_keywords();
-    ConfReader reader(file, path, state().lengths, state().message);
+    ConfReader reader(file, path, state().lengths, message);
     return doReadTrapspecFile(reader);
 }
 
-int read_further_file(const char* path) {
+int read_further_file(const char* path, std::string& message) {
     const Fd fd = open_for_reading(path);
     if (!fd) {
-        return fail_file(state().augment_message, "Could not open new trap format file", path);
+        return fail_file(message, "Could not open new trap format file", path);
     }
     FileText file;
     if (!file.read(fd.get(), conf_limits)) {
-        return fail_file(state().augment_message, "Could not read new trap format file", path);
+        return fail_file(message, "Could not read new trap format file", path);
     }
-    ConfReader reader(file, path, state().lengths, state().augment_message);
+    ConfReader reader(file, path, state().lengths, message);
     return doReadTrapspecFile(reader);
+}
+
+/* The result of `read`, and its message where the caller looks for it. */
+template <class Read>
+int read_and_tell(KeptText& messages, char*& handed_out, Read read) {
+    static char nothing[] = "";
+    handed_out = nothing;
+    std::string message;
+    int result = guarded(-1, [&] { return read(message); });
+    guarded([&] { handed_out = messages.keep(message); });
+    return result;
 }
 
 }  // namespace
@@ -331,9 +344,9 @@ int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT {
     if (errmsg == nullptr) {
         return -1;
     }
-    wq::state().message.clear();
-    const int result = wq::read_main_file();
-    *errmsg = wq::state().message.data();
+    const int result = wq::read_and_tell(wq::state().messages, *errmsg, [](std::string& message) {
+        return wq::read_main_file(message);
+    });
     if (result == 0) {
         wq::trace("read_trapspec_file", "about to read ferlospec_file.");
         wq::read_alert_configuration(errmsg);
@@ -345,8 +358,7 @@ int augmentTrapspecFile(char** errmsg, const char* path) WQEVENTS_NOEXCEPT {
     if (errmsg == nullptr) {
         return -1;
     }
-    wq::state().augment_message.clear();
-    const int result = path != nullptr ? wq::read_further_file(path) : -1;
-    *errmsg = wq::state().augment_message.data();
-    return result;
+    return wq::read_and_tell(wq::state().augment_messages, *errmsg, [path](std::string& message) {
+        return path != nullptr ? wq::read_further_file(path, message) : -1;
+    });
 }
