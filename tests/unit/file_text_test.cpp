@@ -125,16 +125,41 @@ TEST_F(FailedReads, OfAListOfNodesMatchNoNode) {
     EXPECT_EQ(trapRecNodesMatch(trap("x"), "far"), 0);
 }
 
-TEST_F(FailedReads, OfAListThatIsReadInPlaceEndTheRead) {
+TEST_F(FailedReads, OfAListThatIsReadInPlaceLeaveTheModel) {
     const std::string list = dir_.write("list", "near\n" + padding() + "far\n");
+    const std::string block = "x {1.3} 6 1 A 1 0 \"c\"\nt\nNODES a " + list + "\nSDESC\nEDESC\n";
+    const ConfRead failed{-1,
+                          "Could not read source list file \"" + list + "\": Input/output error"};
+    ASSERT_EQ(read(head + trap_text("old", 1)), (ConfRead{0, ""}));
     trpFormatExpandSourceFiles = 1;
     for (const int number : {0, 2}) {
         fail_from(list, number);
-        EXPECT_EQ(
-            read(head + "x {1.3} 6 1 A 1 0 \"c\"\nt\nNODES " + list + "\nSDESC\nEDESC\n"),
-            (ConfRead{-1, "Could not read source list file \"" + list + "\": Input/output error"}));
-        EXPECT_EQ(trap("x"), nullptr);
+        EXPECT_EQ(read(head + block), failed);
+        EXPECT_EQ(traps(), Names{"old"});
+        fail_from(list, number);
+        EXPECT_EQ(augment(block), failed);
+        EXPECT_EQ(traps(), Names{"old"});
     }
+    file_calls = {};
+    EXPECT_EQ(read(head + block), (ConfRead{0, ""}));
+    ASSERT_NE(trap("x"), nullptr);
+    ASSERT_EQ(trap("x")->nodeCnt, 3);
+    EXPECT_STREQ(trap("x")->nodeList[2], "far");
+}
+
+/* A list that is named by many traps is read once. */
+TEST_F(FailedReads, AListIsReadOnce) {
+    const std::string list = dir_.write("list", "near\nfar\n");
+    std::string text = head;
+    for (int i = 0; i < 10; ++i) {
+        text.append("x" + std::to_string(i) + " {1.3} 6 " + std::to_string(i) +
+                    " A 1 0 \"c\"\nt\nNODES " + list + "\nSDESC\nEDESC\n");
+    }
+    trpFormatExpandSourceFiles = 1;
+    file_calls.watch(list);
+    EXPECT_EQ(read(text), (ConfRead{0, ""}));
+    EXPECT_EQ(file_calls.log.size(), 2U) << "the text and its end";
+    EXPECT_EQ(trap("x9")->nodeCnt, 2);
 }
 
 TEST_F(FailedReads, OfNamesLeaveTheTree) {

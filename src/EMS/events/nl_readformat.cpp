@@ -228,10 +228,14 @@ int read_main_file(std::string& message) {
     if (!stream) {
         return fail_file(message, "Could not open trap format file", path);
     }
-    /* The old model goes only once the whole file is at hand. */
+    /* The old model goes only once all that is to be read is at hand. */
     FileText file;
     if (!file.read(::fileno(stream.get()), conf_limits)) {
         return fail_file(message, "Could not read trap format file", path);
+    }
+    ConfReader reader(file, path, state().lengths, message);
+    if (read_node_lists(reader, file, measured(nodesKeyword)) != 0) {
+        return -1;
     }
     if (enterprise_list_head.next != nullptr) {
         trace("read_trapspec_file", "freeing old info.");
@@ -240,7 +244,6 @@ int read_main_file(std::string& message) {
     fill_default_record();
     trace("read_trapspec_file", "resetting keyword strlens");
     state().lengths = measure_keywords();
-    ConfReader reader(file, path, state().lengths, message);
     return doReadTrapspecFile(reader);
 }
 
@@ -254,6 +257,9 @@ int read_further_file(const char* path, std::string& message) {
         return fail_file(message, "Could not read new trap format file", path);
     }
     ConfReader reader(file, path, state().lengths, message);
+    if (read_node_lists(reader, file, {nodesKeyword, reader.lengths.nodes}) != 0) {
+        return -1;
+    }
     return doReadTrapspecFile(reader);
 }
 

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -69,6 +70,13 @@ struct KeywordLengths {
 
 KeywordLengths measure_keywords();
 
+/* A list of nodes that is read in its place. */
+struct NodeListFile {
+    bool is_open = false;
+    int error = 0; /* errno of what failed */
+    FileText text;
+};
+
 /* One read of one file. */
 struct ConfReader {
     ConfReader(const FileText& file, const char* name, const KeywordLengths& kept,
@@ -90,6 +98,7 @@ struct ConfReader {
     /* Where the actions stand in the table, and for how many there is room. Filled at the first. */
     std::unordered_map<std::string, std::size_t> actions;
     std::size_t actions_room = 0;
+    std::map<std::string, NodeListFile> lists;
 };
 
 /* An object identifier as the platform's MIB library reads it; the leading dot may be missing. */
@@ -121,6 +130,12 @@ std::string_view stripped(std::string_view text);
  * descriptions are not kept.
  */
 int mallocAndReadDescription(ConfReader& reader, ModelText& description);
+
+/*
+ * Reads the lists of nodes that the file names, if they are to be read in its place. -1 with a
+ * message when one cannot be read; one that cannot be opened is the block's failure.
+ */
+int read_node_lists(ConfReader& reader, const FileText& file, const Keyword& keyword);
 
 int readCategory(ConfReader& reader);
 int readActions(ConfReader& reader);

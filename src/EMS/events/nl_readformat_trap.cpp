@@ -214,23 +214,33 @@ int read_forward(ConfReader& reader, TrapBlock& block) {
     return getNextLine(reader, keyword.shown());
 }
 
+/* The source list file of that name, as it was when it was first asked for. */
+const NodeListFile& list_at(ConfReader& reader, const std::string& path) {
+    const auto [place, added] = reader.lists.try_emplace(path);
+    NodeListFile& list = place->second;
+    if (added) {
+        const Fd fd = open_for_reading(path.c_str());
+        list.is_open = static_cast<bool>(fd);
+        list.error = fd && list.text.read(fd.get(), conf_limits) ? 0 : errno;
+    }
+    return list;
+}
+
+int fail_unreadable(ConfReader& reader, const std::string& path, int error) {
+    reader.message = "Could not read source list file \"" + path + "\": " + std::strerror(error);
+    return -1;
+}
+
 /* Takes the names of a source list file. A line there that is too long ends the list; the message
    ends the read when the block is done. */
-int add_listed_nodes(ConfReader& reader, NodeList& nodes, const char* path) {
-    const Fd fd = open_for_reading(path);
-    if (!fd) {
-        reader.message =
-            std::string("Could not open source list file \"").append(path).append("\"");
+int add_listed_nodes(ConfReader& reader, NodeList& nodes, const std::string& path) {
+    const NodeListFile& list = list_at(reader, path);
+    if (!list.is_open) {
+        reader.message = "Could not open source list file \"" + path + "\"";
         return -1;
     }
-    FileText list;
-    if (!list.read(fd.get(), conf_limits)) {
-        const char* reason = std::strerror(errno);
-        reader.message = std::string("Could not read source list file \"")
-                             .append(path)
-                             .append("\": ")
-                             .append(reason);
-        return -1;
+    if (list.error != 0) {
+        return fail_unreadable(reader, path, list.error);
     }
     std::string name;
     const auto add = [&](std::string_view word) {
@@ -238,18 +248,27 @@ int add_listed_nodes(ConfReader& reader, NodeList& nodes, const char* path) {
         nodes.add(name.c_str());
         return true;
     };
-    if (for_each_listed_node(list, add)) {
+    if (for_each_listed_node(list.text, add)) {
         reader.message = "Line too long";
     }
     return 0;
 }
 
-int add_node(ConfReader& reader, NodeList& nodes, const char* name) {
-    if (trpFormatExpandSourceFiles != 0 && *name == '/') {
-        return add_listed_nodes(reader, nodes, name);
+bool is_list(const char* name) {
+    return trpFormatExpandSourceFiles != 0 && *name == '/';
+}
+
+/* Calls `visit` with each name of a NODES line until it returns something else than 0. */
+template <class Visit>
+int for_each_name(const Keyword& keyword, std::string_view line, Visit visit) {
+    std::string names(stripped(keyword.argument(line)));
+    const std::string separators(node_separators);
+    int result = 0;
+    for (const char* name = _WQstrtok(names.data(), separators.c_str());
+         name != nullptr && result == 0; name = _WQstrtok(nullptr, separators.c_str())) {
+        result = visit(name);
     }
-    nodes.add(name);
-    return 0;
+    return result;
 }
 
 int read_nodes(ConfReader& reader, TrapBlock& block) {
@@ -257,13 +276,15 @@ int read_nodes(ConfReader& reader, TrapBlock& block) {
     if (!keyword.begins(reader.line)) {
         return 0;
     }
-    std::string names(stripped(keyword.argument(reader.line)));
-    const std::string separators(node_separators);
-    for (const char* name = _WQstrtok(names.data(), separators.c_str()); name != nullptr;
-         name = _WQstrtok(nullptr, separators.c_str())) {
-        if (add_node(reader, block.nodes, name) != 0) {
-            return -1;
+    const auto add = [&](const char* name) {
+        if (is_list(name)) {
+            return add_listed_nodes(reader, block.nodes, name);
         }
+        block.nodes.add(name);
+        return 0;
+    };
+    if (for_each_name(keyword, reader.line, add) != 0) {
+        return -1;
     }
     return getNextLine(reader, keyword.shown());
 }
@@ -348,6 +369,23 @@ void insert_trap(TrapBlock& block) {
 }
 
 }  // namespace
+
+int read_node_lists(ConfReader& reader, const FileText& file, const Keyword& keyword) {
+    ConfLines lines(file);
+    int result = 0;
+    for (std::string_view line;
+         trpFormatExpandSourceFiles != 0 && result == 0 && lines.next(line);) {
+        if (keyword.begins(line)) {
+            result = for_each_name(keyword, line, [&](const char* name) {
+                const NodeListFile* list = is_list(name) ? &list_at(reader, name) : nullptr;
+                return list != nullptr && list->is_open && list->error != 0
+                           ? fail_unreadable(reader, name, list->error)
+                           : 0;
+            });
+        }
+    }
+    return result;
+}
 
 int readTrapSpecInfo(ConfReader& reader) {
     TrapBlock block;
