@@ -130,6 +130,8 @@ class ModelIndex {
         return of_numbers(record_before(enterprise, numbers)->next, numbers);
     }
 
+    // Makes a search for the name that follows soon a quick one.
+    void prefetch_name(std::string_view name) const;
     // The first trap of that name.
     NamedTrap find_trap(std::string_view name);
     // True if a trap has the name. In a large model a name that was written by hand counts once

@@ -115,7 +115,7 @@ bool ModelIndex::is_searchable(OidView oid) {
 template <class Item, class Order, class Below, class EntryBelow, class ItemOf>
 Item* ModelIndex::last_below(Item* head, const Order& order, EntryBelow entry_below, Below below,
                              ItemOf item_of) const {
-    auto at = order.first_not(entry_below);
+    auto at = is_believed() ? order.first_not_from_end(entry_below) : order.first_not(entry_below);
     if (at != order.end()) {
         const auto* expected = reinterpret_cast<const char*>(item_of(order[at]));
         __builtin_prefetch(expected);

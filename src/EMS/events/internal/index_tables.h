@@ -46,6 +46,12 @@ class HashTable {
 
     std::size_t size() const { return used_; }
 
+    void prefetch(uint32_t hash) const {
+        if (!slots_.empty()) {
+            __builtin_prefetch(&slots_[hash & mask()]);
+        }
+    }
+
   private:
     struct Slot {
         Item* item;  // null where the slot is free
