@@ -371,24 +371,12 @@ class Placed {
 
     // False: it is of no use to go on.
     bool append_run(std::string_view& rest) {
-        char* const start = sink_.position();
         const char* const end = rest.data() + rest.size();
-        const char* from = rest.data();
-        if constexpr (std::endian::native == std::endian::little) {
-            std::size_t room = sink_.room();
-            char* to = start;
-            for (std::size_t run = 8; run == 8 && end - from >= 8 && room >= 8; from += run) {
-                std::memcpy(to, from, 8);
-                run = before_percent(from);
-                to += run;
-                room -= run;
-            }
-            sink_.advance(static_cast<std::size_t>(to - start));
+        const char* from = append_blocks(rest.data(), end);
+        if (from != end && *from != '%') {
+            from = append_rest(from, end);
         }
-        while (from != end && *from != '%') {
-            sink_.append(*from++);
-        }
-        rest.remove_prefix(static_cast<std::size_t>(from - rest.data()));
+        rest = {from, static_cast<std::size_t>(end - from)};
         return !sink_.has_refused();
     }
     void append_percent() { sink_.append('%'); }
@@ -404,6 +392,26 @@ class Placed {
     bool is_exact() const { return is_exact_ && !sink_.has_refused(); }
 
   private:
+    // Eight characters at a time, up to a percent sign or to where there are no more eight.
+    const char* append_blocks(const char* from, const char* end) {
+        if constexpr (std::endian::native == std::endian::little) {
+            char* to = sink_.position();
+            char* const last = to + sink_.room();
+            for (std::size_t run = 8; run == 8 && end - from >= 8 && last - to >= 8; from += run) {
+                std::memcpy(to, from, 8);
+                run = before_percent(from);
+                to += run;
+            }
+            sink_.advance(static_cast<std::size_t>(to - sink_.position()));
+        }
+        return from;
+    }
+    const char* append_rest(const char* from, const char* end) {
+        const char* const percent = std::find(from, end, '%');
+        sink_.append({from, static_cast<std::size_t>(percent - from)});
+        return percent;
+    }
+
     TextSink& sink_;
     std::size_t arguments_left_ = arguments_size;
     bool is_exact_ = true;
