@@ -1,7 +1,7 @@
-// From a trap to its text: the expansion of a format and whole lines, against net-snmp's formatter
-// (which always tells a value with its variable), against snprintf() of comparable text, and
-// against code that appends that one text and nothing else, without a look at what there is room
-// for.
+// From a trap to its text: the expansion of a format, whole lines, and lines from the bytes of
+// messages, against net-snmp's formatter (which always tells a value with its variable), against
+// snprintf() of comparable text, and against code that appends that one text and nothing else,
+// without a look at what there is room for.
 #include <benchmark/benchmark.h>
 #include <wqevents/configuration.h>
 #include <wqevents/formatter.h>
@@ -9,14 +9,17 @@
 #include <unistd.h>
 
 #include <array>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
+#include "limit_coder.h"
 #include "net_snmp.h"
 #include "ratios.h"
 #include "vortd_conf_generator.h"
@@ -359,15 +362,15 @@ Folder& folder() {
     return own;
 }
 
-// Traps for records from all over the configuration.
-std::vector<Message> configured_traps(std::size_t traps) {
+// So many traps for records from all over the configuration.
+std::vector<Message> configured_traps(std::size_t traps, std::size_t count = traps_used) {
     Generator generator(11);
     std::vector<Message> all;
-    for (std::size_t i = 0; i < traps_used; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         trap_record* record = nullptr;
         enterprise_info* enterprise = nullptr;
         // Some of the generated traps are for one node only.
-        const std::size_t number = i * (traps / traps_used);
+        const std::size_t number = i * (traps / count);
         const std::string name = ConfGenerator::name(number + (number % 50 == 7 ? 1 : 0));
         require(nameToTrapAndEnterprise(name.c_str(), &record, &enterprise) == 0);
         all.push_back(unit_trap(generator, enterprise->enterprise_oid[6],
@@ -424,6 +427,148 @@ void whole_line_appended(benchmark::State& state) {
     }
 }
 
+// Bytes in, lines out.
+
+// The traps as they come from the network; behind each there is room for a reader that looks ahead.
+struct Received {
+    std::vector<uint8_t> bytes;
+    int length;
+};
+
+std::vector<Received> received_traps() {
+    folder().load(few);
+    std::vector<Received> all;
+    for (Message& message : configured_traps(few, variants)) {
+        Received received{std::vector<uint8_t>(EMS_TRAP_MAX), EMS_TRAP_MAX};
+        message.trap.agent = INADDR_LOOPBACK;  // encoders take host order
+        require(snmpBuildTrapEMS(received.bytes.data(), &received.length, &message.trap, nullptr,
+                                 message.vars.data()) == 0);
+        received.bytes.resize(static_cast<std::size_t>(received.length) + 4);
+        all.push_back(std::move(received));
+    }
+    return all;
+}
+
+// What decoding writes, line after line.
+struct Records {
+    snmp_trap_infoEMS trap{};
+    std::vector<SnmpVarBindEMS> vars = std::vector<SnmpVarBindEMS>(32);
+    Buffer line;
+
+    void decode_and_format(const Received& received) {
+        char* host = nullptr;
+        trap.clen = EMS_COMMUNITY_MAX - 1;
+        trap.elen = EMS_OID_MAX;
+        trap.maxvars = static_cast<int32_t>(vars.size());
+        snmp_parse_trap(received.bytes.data(), received.length, &trap, nullptr, vars.data());
+        trp_format(VORTD_USER, &trap, line.data(), buffer_size, vars.data(), &host, when);
+    }
+};
+
+void end_to_end(benchmark::State& state) {
+    const std::vector<Received> all = received_traps();
+    Records records;
+    std::size_t i = 0;
+    for (auto _ : state) {
+        records.decode_and_format(all[i++ % variants]);
+        benchmark::ClobberMemory();
+    }
+}
+
+// The same lines by a loop that knows what it will get: it reads without a check, finds the
+// category of a trap in a hash map, and has the texts of the second and of the host.
+class LeanLoop {
+  public:
+    LeanLoop() {
+        for (std::size_t i = 0; i < few; ++i) {
+            trap_record* record = nullptr;
+            enterprise_info* enterprise = nullptr;
+            require(nameToTrapAndEnterprise(ConfGenerator::name(i).c_str(), &record, &enterprise) ==
+                    0);
+            categories_.emplace(
+                key(enterprise->enterprise_oid[6], static_cast<uint32_t>(record->specific_trap)),
+                record->category_number);
+        }
+    }
+
+    void decode_and_format(const Received& received, snmp_trap_infoEMS& trap, SnmpVarBindEMS* vars,
+                           char* line) const {
+        limit_decode(received.bytes.data(), trap, vars);
+        const int category = categories_.at(key(trap.enterprise[6], trap.specific));
+        to_ = line;
+        text("1795255965 ").number(category).text(category < 10 ? "  " : " ");
+        text("Sat Nov 21 10:12:45 2026 localhost                 A Unit ").value(vars[0]);
+        text(" of shelf ").value(vars[1]).text(" in localhost is ").value(vars[2]);
+        text(" (state ").value(vars[3]).text(", cause ").value(vars[4]).text(")\n");
+        *to_ = '\0';
+    }
+
+  private:
+    static uint64_t key(uint32_t enterprise, uint32_t specific) {
+        return uint64_t{enterprise} << 32 | specific;
+    }
+    const LeanLoop& text(std::string_view text) const {
+        std::memcpy(to_, text.data(), text.size());
+        to_ += text.size();
+        return *this;
+    }
+    template <class Number>
+    const LeanLoop& number(Number number) const {
+        to_ = std::to_chars(to_, to_ + 20, number).ptr;
+        return *this;
+    }
+    const LeanLoop& value(const SnmpVarBindEMS& var) const {
+        switch (var.type) {
+            case ASN_OCTETSTR09:
+                return text({reinterpret_cast<const char*>(var.val.string), var.val_len});
+            case ASN_INTEGER09:
+                return number(var.val.integer);
+            default:
+                return number(static_cast<uint32_t>(var.val.integer));
+        }
+    }
+
+    std::unordered_map<uint64_t, int> categories_;
+    mutable char* to_ = nullptr;
+};
+
+void end_to_end_lean(benchmark::State& state) {
+    const std::vector<Received> all = received_traps();
+    const LeanLoop loop;
+    Records records;
+    Buffer line;
+    for (const Received& received : all) {
+        records.decode_and_format(received);
+        loop.decode_and_format(received, records.trap, records.vars.data(), line.data());
+        require(std::string_view(line.data()) == records.line.data());
+    }
+    std::size_t i = 0;
+    for (auto _ : state) {
+        loop.decode_and_format(all[i++ % variants], records.trap, records.vars.data(), line.data());
+        benchmark::ClobberMemory();
+    }
+}
+
+void end_to_end_net_snmp(benchmark::State& state) {
+    std::vector<Received> all = received_traps();
+    const NetSnmpFormatter& net = peer();
+    PeerText out;
+    std::size_t i = 0;
+    for (auto _ : state) {
+        Received& received = all[i++ % variants];
+        netsnmp_pdu* pdu = net_snmp().pdu_create(SNMP_MSG_TRAP);
+        benchmark::DoNotOptimize(net_snmp().parse(nullptr, &session(), pdu, received.bytes.data(),
+                                                  static_cast<std::size_t>(received.length)));
+        out.length = 0;
+        benchmark::DoNotOptimize(net.format_trap(
+            &out.data, &out.size, &out.length, 0,
+            "%04.4y-%02.2m-%02.2l %02.2h:%02.2j:%02.2k %a %N %w %q %v\n", pdu, nullptr));
+        net_snmp().free_pdu(pdu);
+        benchmark::ClobberMemory();
+    }
+    require(out.length > 40);
+}
+
 BENCHMARK_CAPTURE(expand, five, unit_traps, five_format);
 BENCHMARK_CAPTURE(expand, star, star_traps, "$*");
 BENCHMARK(five_net_snmp);
@@ -436,8 +581,11 @@ BENCHMARK_CAPTURE(whole_line, few, few);
 BENCHMARK_CAPTURE(whole_line, many, many);
 BENCHMARK(whole_line_net_snmp);
 BENCHMARK(whole_line_appended);
+BENCHMARK(end_to_end);
+BENCHMARK(end_to_end_lean);
+BENCHMARK(end_to_end_net_snmp);
 
-constexpr std::array<Goal, 9> goals = {{
+constexpr std::array<Goal, 11> goals = {{
     {"five values / net-snmp", "expand/five", "five_net_snmp", 0.065},
     {"five values / snprintf", "expand/five", "five_snprintf", 0.60},
     {"five values / appending", "expand/five", "five_appended", 2.5},
@@ -447,6 +595,8 @@ constexpr std::array<Goal, 9> goals = {{
     {"line of 2,000 / net-snmp", "whole_line/few", "whole_line_net_snmp", 0.04},
     {"line of 2,000 / appending", "whole_line/few", "whole_line_appended", 4.0},
     {"line of 100,000 / of 2,000", "whole_line/many", "whole_line/few", 1.2},
+    {"bytes in, line out / net-snmp", "end_to_end", "end_to_end_net_snmp", 0.10},
+    {"bytes in, line out / leanest loop", "end_to_end", "end_to_end_lean", 1.5},
 }};
 
 }  // namespace

@@ -1,16 +1,22 @@
 // Look-ups in the configuration among 100 to 1,000,000 traps, against one probe of a hash map and
-// against following the lists; and what the entry of a trap costs.
+// against following the lists; what the entry of a trap costs; and the search for the format of a
+// trap that was received, in a configuration that was read from a file.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 #include <wqevents/configuration.h>
+#include <wqevents/formatter.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "ratios.h"
+#include "vortd_conf_generator.h"
 
 namespace wq::bench {
 namespace {
@@ -135,6 +141,94 @@ void insert_and_delete(benchmark::State& state, int count) {
     });
 }
 
+// A received trap that something is configured for.
+struct Received {
+    std::vector<uint32_t> oid;
+    std::string name;
+    int specific;
+};
+
+// A configuration read from a file, and its traps in random order.
+class FileModel {
+  public:
+    explicit FileModel(std::size_t traps) {
+        char path[] = "/tmp/wqevents.lookup.XXXXXX";
+        close(mkstemp(path));
+        std::ofstream(path, std::ios::binary) << ConfGenerator::text(traps);
+        setVortdConfFile(path);
+        char* message = nullptr;
+        if (read_trapspec_file(&message) != 0 || *message != '\0') {
+            std::abort();
+        }
+        unlink(path);
+        collect();
+        std::shuffle(received_.begin(), received_.end(), std::minstd_rand(1));
+        for (const Received& trap : received_) {
+            by_name_.emplace(trap.name, nameToExactTrap(trap.name.c_str()));
+        }
+    }
+
+    const Received& next() { return received_[next_++ % received_.size()]; }
+    const trap_record* probe(const Received& trap) const {
+        return by_name_.find(trap.name)->second;
+    }
+
+  private:
+    void collect() {
+        for (const enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
+            const std::vector<uint32_t> oid(e->enterprise_oid, e->enterprise_oid + e->oid_len);
+            for (auto* r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
+                if (r->nodeCnt == 0) {
+                    received_.push_back({oid, r->name, r->specific_trap});
+                }
+            }
+        }
+    }
+
+    std::vector<Received> received_;
+    std::unordered_map<std::string, trap_record*> by_name_;
+    std::size_t next_ = 0;
+};
+
+template <class Lookup>
+void look_up_in_file(benchmark::State& state, Lookup lookup) {
+    static FileModel model(100'000);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(lookup(model, model.next()));
+    }
+}
+
+void find_format(benchmark::State& state) {
+    look_up_in_file(state, [](const FileModel&, const Received& trap) {
+        trap_record* record = nullptr;
+        enterprise_info* enterprise = nullptr;
+        find_trap_format(trap.oid.data(), static_cast<uint32_t>(trap.oid.size()), 6, trap.specific,
+                         &record, &enterprise, "host.example.net");
+        return record->specific_trap;
+    });
+}
+
+void probe_file(benchmark::State& state) {
+    look_up_in_file(state, [](const FileModel& model, const Received& trap) {
+        return model.probe(trap)->specific_trap;
+    });
+}
+
+void walk_file(benchmark::State& state) {
+    look_up_in_file(state, [](const FileModel&, const Received& trap) {
+        const enterprise_info* e = enterprise_list_head.next;
+        while (!std::equal(trap.oid.begin(), trap.oid.end(), e->enterprise_oid,
+                           e->enterprise_oid + e->oid_len)) {
+            e = e->next;
+        }
+        const trap_record* r = e->trap_rec_list_head.next;
+        while (r->generic_trap != 6 || r->specific_trap != trap.specific) {
+            r = r->next;
+        }
+        return r->specific_trap;
+    });
+}
+
 constexpr std::array<int, 4> sizes = {100, 10'000, 100'000, 1'000'000};
 
 using Benchmark = void (*)(benchmark::State&, int);
@@ -144,7 +238,7 @@ void add(const char* name, Benchmark run, int count) {
                                  count);
 }
 
-constexpr std::array<Goal, 14> goals = {{
+constexpr std::array<Goal, 16> goals = {{
     {"by name / hash probe", "by_name/100000", "probe/100000", 5},
     {"by numbers / hash probe", "by_numbers/100000", "probe/100000", 5},
     {"by identifier / hash probe", "by_identifier/100000", "probe/100000", 5},
@@ -159,6 +253,8 @@ constexpr std::array<Goal, 14> goals = {{
     {"by name 100,000 / 100", "by_name/100000", "by_name/100", 8},
     {"by numbers 100,000 / 100", "by_numbers/100000", "by_numbers/100", 8},
     {"insertion 100,000 / 100", "insert_and_delete/100000", "insert_and_delete/100", 8},
+    {"format of a trap / hash probe", "find_format", "probe_file", 5},
+    {"format of a trap / walk", "find_format", "walk_file", 0.04},
 }};
 
 }  // namespace
@@ -166,6 +262,7 @@ constexpr std::array<Goal, 14> goals = {{
 
 int main(int argc, char** argv) {
     using namespace wq::bench;
+    setenv("FERLOD_CONF", "/dev/null", 1);  // alerts are not what is measured
     for (const int count : sizes) {
         add("probe", probe, count);
         add("by_name", by_name, count);
@@ -176,6 +273,9 @@ int main(int argc, char** argv) {
             add("walk", walk, count);
         }
     }
+    benchmark::RegisterBenchmark("find_format", find_format);
+    benchmark::RegisterBenchmark("probe_file", probe_file);
+    benchmark::RegisterBenchmark("walk_file", walk_file);
     // One configuration after the other: they do not fit beside each other in the library.
     std::string in_order = "--benchmark_enable_random_interleaving=false";
     std::vector<char*> arguments(argv, argv + argc);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <wqevents/alerts.h>
 #include <wqevents/formatter.h>
 #include <wqplatform.h>
 
@@ -9,6 +10,7 @@
 
 #include "EMS/events/nl_trp_format.h"
 #include "support/formatting.h"
+#include "support/locales.h"
 #include "support/random.h"
 
 namespace {
@@ -257,6 +259,45 @@ TEST_F(TrapSprintf, SaysWhenTheTextIsTooLong) {
     EXPECT_EQ(expand("$1$1$1$1$1", trap, 5000), "FMT ERROR: size (5000) exceeded 5000)\n");
     EXPECT_EQ(expand("$1$1$1$1$1$1-", trap, 5000), "FMT ERROR: size (5000) exceeded 6001)\n");
     EXPECT_EQ(expand("$1", trap, 1), "");
+}
+
+/* The text, or how long it would have been: never one that was made for less room. */
+TEST_F(TrapSprintf, TheRoomNeverShowsInTheText) {
+    codeptpath(dir_.path("none").c_str());
+    codeptcatinit();
+    Trap trap = sample_trap();
+    add(trap, text_binding(own_variable, "Stra\u00dfe \u4e2d\u56fd"));
+    add(trap, text_binding(own_variable, std::string("\x01\x02\xff", 3)));
+    add(trap, text_binding(own_variable, std::string_view("ab\0cd", 5)));
+    add(trap, text_binding(own_variable, std::string_view("\0\0\0", 3)));
+    add(trap, objid_binding({1, 3, 6, 1, 4, 1, 4242, 7}, {1, 3, 6, 1, 4, 1, 4242, 1000000, 70}));
+    add(trap, number_binding(oid("1.3.6.1.4.1.2.5.1.13.1.1.1"), ASN_INTEGER09, 0x33C1));
+    add(trap, number_binding(oid("1.3.6.1.4.1.2.5.1.13.2.1.1"), ASN_INTEGER09, 0x2000));
+    std::vector<std::string> formats = {"$*", "$c$l$d", "", "100%", "$A$a$C$E$e$G$S$s$T$#"};
+    for (int number = 1; number <= trap.info.vars + 1; ++number) {
+        for (const char* kind : {"$", "$-", "$+", "$=", "$i", "$I", "$t", "$L", "$\\x25"}) {
+            formats.push_back(kind + std::to_string(number));
+            formats.push_back("a " + formats.back() + " and more of it " + formats.back() + "%");
+        }
+    }
+    const CtypeLocale locale(utf8_locale);
+    for (const bool has_tree : {false, true}) {
+        if (has_tree) {
+            read_labels();
+            ASSERT_EQ(insert_enterprise(acme.data(), 7, "a name of the configuration"), 0);
+        }
+        for (const std::string& format : formats) {
+            Element element(format);
+            const std::string whole = expand(element.get(), trap, 30000);
+            for (size_t size = 1; size <= whole.size() + 60; ++size) {
+                const std::string said = "FMT ERROR: size (" + std::to_string(size) +
+                                         ") exceeded " + std::to_string(whole.size()) + ")\n";
+                ASSERT_EQ(expand(element.get(), trap, size),
+                          whole.size() < size ? whole : said.substr(0, size - 1))
+                    << format << ' ' << size;
+            }
+        }
+    }
 }
 
 TEST_F(TrapSprintf, ArgumentsShareAScratchArea) {

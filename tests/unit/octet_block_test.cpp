@@ -38,6 +38,21 @@ TEST(OctetBlock, NarrowCountsTheLeadingSmallWords) {
     }
 }
 
+TEST(OctetBlock, NarrowTailTakesTheLastWords) {
+    for (const NarrowRow& row : narrow_rows) {
+        SCOPED_TRACE(row.title);
+        for (std::size_t count = 0; count <= wq::octet_block; ++count) {
+            const auto* const first = row.words.data() + wq::octet_block - count;
+            const auto* const large =
+                std::find_if(first, first + count, [](uint32_t word) { return word > 127; });
+            Octets octets{};
+            EXPECT_EQ(wq::narrow_tail(octets.data(), first + count, count),
+                      static_cast<std::size_t>(large - first));
+            EXPECT_TRUE(std::equal(first, large, octets.begin()));
+        }
+    }
+}
+
 TEST(OctetBlock, WidenCountsTheLeadingSmallOctets) {
     for (std::size_t large = 0; large <= wq::octet_block; ++large) {
         Octets octets = {0, 1, 2, 3, 4, 5, 6, 0x7F};
@@ -63,6 +78,12 @@ TEST(OctetBlock, PortableAndFastWaysAgree) {
         ASSERT_EQ(wq::narrow_block(fast.data(), words.data()),
                   wq::narrow_block_portable(portable.data(), words.data()));
         ASSERT_EQ(fast, portable);
+        const std::size_t count = static_cast<std::size_t>(round) % (wq::octet_block + 1);
+        Octets tail{};
+        Octets tail_portable{};
+        const std::size_t clean = wq::narrow_tail(tail.data(), words.end(), count);
+        ASSERT_EQ(clean, wq::narrow_tail_portable(tail_portable.data(), words.end(), count));
+        ASSERT_TRUE(std::equal(tail.begin(), tail.begin() + clean, tail_portable.begin()));
         Words wide{};
         Words wide_portable{};
         ASSERT_EQ(wq::widen_block(wide.data(), fast.data()),

@@ -273,7 +273,10 @@ void build(const std::string& source, const std::string& target) {
 std::string escaped(std::string_view text) {
     std::string out;
     for (const char c : text) {
-        out.append(c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c));
+        if (c == '\n' || c == '\\') {
+            out += '\\';
+        }
+        out += c == '\n' ? 'n' : c;
     }
     return shown(out);
 }

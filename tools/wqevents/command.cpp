@@ -25,7 +25,8 @@ constexpr const char* overview_footer =
     "  wqevents format --conf vortd.conf traps.pcap\n"
     "\n"
     "'wqevents SUBCOMMAND --help' tells more. The exit status is 0 for success, 1 for a failure,\n"
-    "2 for a command line that cannot be.";
+    "2 for a command line that cannot be. Control characters in what others wrote are printed as\n"
+    "\\xHH, unless --raw is given.";
 
 /* The whole of `text` as a number of the base, or false. */
 bool read_number(std::string_view text, int base, std::int64_t& number) {

@@ -34,7 +34,8 @@ constexpr const char* show_footer =
 
 constexpr const char* diff_footer =
     "\nBoth files are read, and what the library would write for them is compared: comments and\n"
-    "layout do not count. Nothing is printed where there is no difference.\n"
+    "layout do not count. Nothing is printed where there is no difference. With --raw the octets\n"
+    "are printed as they are, for patch.\n"
     "\n"
     "Example:\n"
     "  wqevents conf diff vortd.conf.old vortd.conf";

@@ -135,7 +135,7 @@ std::string_view Input::peek(std::size_t size) {
             break;
         }
     }
-    return ahead_;
+    return std::string_view(ahead_).substr(0, size);
 }
 
 std::string_view Input::read(std::span<char> room) {

@@ -47,6 +47,9 @@ bool is_plain(std::string_view lines) {
 }  // namespace
 
 std::string shown(std::string_view text) {
+    if (is_plain(text) && text.find('\n') == std::string_view::npos) {
+        return std::string(text);
+    }
     std::string out;
     append_shown(out, text, false);
     return out;

@@ -7,6 +7,7 @@
 #include "command.h"
 #include "conf_model.h"
 #include "input_file.h"
+#include "shown_text.h"
 #include "trap_lines.h"
 
 namespace wq::command {
@@ -59,7 +60,7 @@ void load() {
     }
     have_read_vortdconf = 1;
     if (message != nullptr && *message != '\0' && has_alert_file()) {
-        report(explained(message) + "\n");
+        report(indented(explained(message)) + "\n");
     }
 }
 

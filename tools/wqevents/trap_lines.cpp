@@ -54,7 +54,7 @@ std::string take_line(rtrap_user kind, std::string_view& text, std::string_view 
     const std::string_view column = host_column(kind, host);
     std::string line;
     const std::size_t place = host_place(kind, text, first);
-    if (place < text.size() && text.substr(place).starts_with(column)) {
+    if (place < text.size() && text.find('\n') >= place && text.substr(place).starts_with(column)) {
         line.append(text.substr(0, place)).append(shown(column));
         text.remove_prefix(place + column.size());
     }

@@ -3,9 +3,9 @@
 #include <wqevents/formatter.h>
 
 #include <langinfo.h>
+#include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
 
 namespace wq {
@@ -45,9 +45,13 @@ std::size_t write_time(TimeText& text, const std::tm& local, const char* format)
     return std::strftime(text.data(), text.size(), format, &local);
 }
 
+constexpr std::size_t longest_number = 20;
+
 // The text made last and what it depends on: the second, the time zone, the names of day and month.
 struct EventTime {
     TimeText text{};
+    std::array<char, longest_number + 1> seconds{};  // `when` in decimal
+    std::size_t seconds_length = 0;
     std::size_t length = 0;  // 0: none yet, or not to be used again
     std::time_t when = 0;
     std::array<char, 64> zone{};
@@ -57,10 +61,15 @@ struct EventTime {
 
 constinit EventTime event_time;
 
+// The value of TZ, as getenv() finds it: each line asks, and few variables begin with a T.
 const char* zone_name() {
-    const char* zone = std::getenv("TZ");
-    // Unset is another zone than empty.
-    return zone != nullptr ? zone : "/";
+    for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+        const char* const text = *variable;
+        if (text[0] == 'T' && text[1] == 'Z' && text[2] == '=') {
+            return text + 3;
+        }
+    }
+    return "/";  // unset is another zone than empty
 }
 
 bool begins_with(std::string_view& text, std::string_view part) {
@@ -87,18 +96,21 @@ bool remember_zone(EventTime& made) {
     return zone.size() < made.zone.size();
 }
 
-std::string_view make_event_time(EventTime& made, std::time_t when) {
+EventTimeTexts make_event_time(EventTime& made, std::time_t when) {
     made.length = 0;
+    made.when = when;
+    TextSink seconds(made.seconds.data(), made.seconds.size());
+    seconds.append_decimal(std::int64_t{when});
+    made.seconds_length = seconds.length();
     std::tm local{};
     if (!to_local(when, local)) {
-        return {};
+        return {seconds.text(), {}};
     }
     const std::size_t length = write_time(made.text, local, event_time_format);
-    made.when = when;
     made.weekday = local.tm_wday;
     made.month = local.tm_mon;
     made.length = remember_zone(made) ? length : 0;
-    return {made.text.data(), length};
+    return {seconds.text(), {made.text.data(), length}};
 }
 
 }  // namespace
@@ -118,11 +130,16 @@ void append_local_time(TextSink& sink, std::time_t when, const char* format) {
     }
 }
 
-std::string_view event_time_text(std::time_t when) {
-    if (is_current(event_time, when)) {
-        return {event_time.text.data(), event_time.length};
+EventTimeTexts event_time_texts(std::time_t when) {
+    const EventTime& made = event_time;
+    if (is_current(made, when)) {
+        return {{made.seconds.data(), made.seconds_length}, {made.text.data(), made.length}};
     }
     return make_event_time(event_time, when);
+}
+
+std::string_view event_time_text(std::time_t when) {
+    return event_time_texts(when).local;
 }
 
 }  // namespace wq

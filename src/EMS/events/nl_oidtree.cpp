@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "EMS/events/internal/labels.h"
 #include "EMS/events/internal/lasting.h"
 #include "EMS/events/internal/oid_lines.h"
 #include "EMS/events/internal/sibling_index.h"
@@ -207,8 +208,27 @@ oidnode* find_or_add_node(oidnode* root, std::span<const std::uint32_t> oid) {
 }
 
 oidnode* find_child(oidnode* parent, std::uint32_t val) {
-    oidnode* child = find_place(parent, val).node;
+    // Most chains are this short.
+    oidnode* child = *walk(&parent->child, val, first_steps);
+    if (!has_arrived(child, val)) {
+        child = find_place(parent, val).node;
+    }
     return child != nullptr && child->val == val ? child : nullptr;
+}
+
+// The node that the identifier leads to from there, or null.
+oidnode* find_node(oidnode* from, std::span<const std::uint32_t> oid) {
+    for (const std::uint32_t val : oid) {
+        if (from == nullptr) {
+            break;
+        }
+        from = find_child(from, val);
+    }
+    return from;
+}
+
+char* text_of(const oidnode* node) {
+    return node == nullptr || node->data == nullptr ? nullptr : node->data->mapping_str;
 }
 
 void attach_name(oidnode& node, oiddata* data) {
@@ -272,6 +292,16 @@ void print_name(const Trail& trail, const char* line) {
 }
 
 }  // namespace
+
+const char* find_label(oidnode* root, std::span<const std::uint32_t> oid) {
+    return oid.empty() || root == nullptr ? nullptr : text_of(find_node(root, oid));
+}
+
+const char* find_label_below(oidnode* root, std::span<const std::uint32_t> oid,
+                             std::uint32_t last) {
+    oidnode* const parent = root == nullptr ? nullptr : find_node(root, oid);
+    return parent == nullptr ? nullptr : text_of(find_child(parent, last));
+}
 
 bool iFindOidInTree(const oidnode* first, std::string_view name, std::string& path) {
     bool is_found = false;
@@ -339,10 +369,7 @@ oiddata* TreeGetOidData(oidnode* root, const uint32_t* oid, int len) WQEVENTS_NO
     if (root == nullptr || oid == nullptr || len <= 0) {
         return nullptr;
     }
-    oidnode* node = root;
-    for (int i = 0; i < len && node != nullptr; ++i) {
-        node = wq::find_child(node, oid[i]);
-    }
+    const oidnode* node = wq::find_node(root, {oid, static_cast<std::size_t>(len)});
     return node == nullptr ? nullptr : node->data;
 }
 

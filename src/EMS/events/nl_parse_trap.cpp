@@ -157,9 +157,13 @@ bool parse_next_binding(Reader& list, SnmpVarBindEMS& binding) {
     return parse_value(value, binding);
 }
 
-// `oid` has at least as many sub-identifiers as the notification address.
+// `oid` has at least as many sub-identifiers as the notification address. The one that tells whose
+// it is goes first: a comparison of the whole waits until the first two, just stored, can be loaded
+// again.
 bool names_notification_address(const uint32_t* oid) {
-    return std::equal(notification_address.begin(), notification_address.end(), oid);
+    constexpr std::size_t enterprise = 6;
+    return oid[enterprise] == notification_address[enterprise] &&
+           std::equal(notification_address.begin(), notification_address.end(), oid);
 }
 
 bool is_notification_address(const SnmpVarBindEMS& binding) {

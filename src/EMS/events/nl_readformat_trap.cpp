@@ -12,6 +12,7 @@
 
 #include "EMS/events/internal/field_scan.h"
 #include "EMS/events/nl_readformat.h"
+#include "EMS/events/nl_trapspec_index.h"
 
 namespace wq {
 namespace {
@@ -156,6 +157,7 @@ int check_fields(ConfReader& reader, int count, const EventFields& event) {
                              .append(std::to_string(event.name.size()))
                              .append("] exceeds maximum size permitted of 40\n "));
     }
+    model_index.prefetch_name(event.name.substr(0, EMS_NAME_MAX));
     return check_oid_and_category(reader, event);
 }
 

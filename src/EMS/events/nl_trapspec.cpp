@@ -69,19 +69,22 @@ enterprise_info* longest_beginning(OidView oid, OidView part) {
 }
 
 enterprise_info* find_from(OidView oid, enterprise_info* start) {
+    const bool all = start != nullptr && start == enterprise_list_head.next;
+    if (enterprise_info* known = all ? model_index.known_enterprise(oid) : nullptr) {
+        return known;
+    }
     if (start == nullptr || !model_index.is_searchable(oid)) {
         return follow_beginnings(oid, start);
     }
-    if (start == enterprise_list_head.next) {
-        enterprise_info* known = model_index.known_enterprise(oid);
-        return known != nullptr ? known : longest_beginning(oid, oid);
+    if (all) {
+        return longest_beginning(oid, oid);
     }
     const OidView from = oid_of(*start);
     if (begins_with(oid, from) || !model_index.is_listed(*start)) {
         return follow_beginnings(oid, start);
     }
-    const bool behind = compare_oids(oid, from) >= 0;
-    return longest_beginning(oid, behind ? oid : oid.first(common_length(oid, from)));
+    const bool after = compare_oids(oid, from) >= 0;
+    return longest_beginning(oid, after ? oid : oid.first(common_length(oid, from)));
 }
 
 constexpr std::string_view oid_separators = " \t.,";

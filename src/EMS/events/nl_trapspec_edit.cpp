@@ -74,10 +74,10 @@ void release_unused(const NewTrap& trap) {
     release_each(trap.slotVals, trap.slotCnt);
 }
 
+// `name` may be the record's own.
 void store_name(trap_record& rec, std::string_view name) {
-    std::array<char, EMS_NAME_MAX> text{};  // `name` may be the record's own
-    std::ranges::copy(name, text.begin());
-    std::ranges::copy(text, rec.name);
+    std::memmove(rec.name, name.data(), name.size());
+    std::memset(rec.name + name.size(), 0, sizeof rec.name - name.size());
 }
 
 // The first record with nodes that holds for one of them, taken in turn, else the one without.

@@ -34,6 +34,7 @@ void ModelIndex::free(enterprise_info* enterprise) {
     if (EnterpriseEntry* entry = known_entry(*enterprise)) {
         release_records(*entry);
         take_out_of_order(*entry);
+        last_entry_ = last_entry_ == entry ? nullptr : last_entry_;
     }
     if (!enterprises_.give_back(enterprise)) {
         doFree(enterprise);
@@ -57,6 +58,9 @@ EnterpriseEntry* ModelIndex::known_entry(const enterprise_info& enterprise) {
 
 // Null for one that a program made, or when there is no memory.
 EnterpriseEntry* ModelIndex::entry_of(enterprise_info& enterprise) {
+    if (last_entry_ != nullptr && last_entry_->item == &enterprise) {
+        return last_entry_;
+    }
     EnterpriseNote* note = enterprises_.note_of(&enterprise);
     if (!is_made() || note == nullptr) {
         return nullptr;
@@ -75,6 +79,7 @@ EnterpriseEntry& ModelIndex::new_entry(enterprise_info& enterprise, EnterpriseNo
 
 void ModelIndex::drop() {
     ++generation_;
+    last_entry_ = nullptr;
     enterprises_.for_each_note([](EnterpriseNote& note) { note.entry.reset(); });
     std::default_delete<Tables>()(std::exchange(tables_, nullptr));
 }

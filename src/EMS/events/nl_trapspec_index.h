@@ -130,6 +130,8 @@ class ModelIndex {
         return of_numbers(record_before(enterprise, numbers)->next, numbers);
     }
 
+    // Makes a search for the name that follows soon a quick one.
+    void prefetch_name(std::string_view name) const;
     // The first trap of that name.
     NamedTrap find_trap(std::string_view name);
     // True if a trap has the name. In a large model a name that was written by hand counts once
@@ -191,6 +193,7 @@ class ModelIndex {
     void put_in_order(trap_record& record, RecordNote& note, EnterpriseEntry& owner,
                       bool after_equals);
     void take_out_of_order(const trap_record& record, RecordNote& note);
+    static trap_record* record_before_at_once(const EnterpriseEntry& entry, uint64_t numbers);
     void put_in_order(EnterpriseEntry& entry);
     void take_out_of_order(EnterpriseEntry& entry);
     void release_records(EnterpriseEntry& entry);
@@ -220,7 +223,8 @@ class ModelIndex {
     Tables* tables_ = nullptr;    // null: to be made anew
     Reading* reading_ = nullptr;  // null: programs may edit the lists
     int readers_ = 0;
-    uint32_t generation_ = 0;  // of the tables
+    uint32_t generation_ = 0;                // of the tables
+    EnterpriseEntry* last_entry_ = nullptr;  // found last by its object identifier
 };
 
 // The one beside enterprise_list_head.

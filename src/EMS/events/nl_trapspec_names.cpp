@@ -29,17 +29,37 @@ NamedTrap follow_names(std::string_view name) {
 // It differs from process to process, so that no file can be made to fill one place.
 uint32_t ModelIndex::hash_name(std::string_view name) const {
     constexpr uint64_t odd_multiplier = 0x9e3779b97f4a7c15U;  // 2^64 over the golden ratio
-    uint64_t hash = seed();
-    while (!name.empty()) {
-        uint64_t bits = 0;
-        const size_t size = std::min(name.size(), sizeof bits);
-        std::memcpy(&bits, name.data(), size);
+    constexpr size_t word = sizeof(uint64_t);
+    uint64_t hash = seed() ^ name.size();
+    const auto mix = [&](uint64_t bits) {
         hash = (hash ^ bits) * odd_multiplier;
         hash ^= hash >> 32;
-        name.remove_prefix(size);
+    };
+    const auto word_at = [&](size_t at) {
+        uint64_t bits = 0;
+        std::memcpy(&bits, name.data() + at, word);
+        return bits;
+    };
+    if (name.size() >= word) {
+        for (size_t at = 0; at + word < name.size(); at += word) {
+            mix(word_at(at));
+        }
+        mix(word_at(name.size() - word));  // some of it may be in the one before, too
+    } else {
+        uint64_t bits = 0;
+        for (const char c : name) {
+            bits = bits << 8 | static_cast<unsigned char>(c);
+        }
+        mix(bits);
     }
     hash *= odd_multiplier;
     return static_cast<uint32_t>(hash >> 32 ^ hash);
+}
+
+void ModelIndex::prefetch_name(std::string_view name) const {
+    if (tables_ != nullptr) {
+        tables_->by_name.prefetch(hash_name(name));
+    }
 }
 
 void ModelIndex::enter_name(trap_record& record, RecordNote& note) {

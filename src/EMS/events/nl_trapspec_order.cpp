@@ -10,11 +10,18 @@
 // A miss is as sure as a hit: the list says what comes after the place.
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "EMS/events/nl_trapspec_index.h"
 
 namespace wq {
 namespace {
+
+constexpr uint64_t odd_multiplier = 0x9e3779b97f4a7c15U;  // 2^64 over the golden ratio
+
+bool are_equal(OidView a, OidView b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size_bytes()) == 0;
+}
 
 // The quarters of the number range, as bits 0 to 3, that sub-identifiers lie in.
 uint32_t quadrants_of(OidView oid) {
@@ -23,6 +30,11 @@ uint32_t quadrants_of(OidView oid) {
         quadrants |= 1U << (number >> 30);
     }
     return quadrants;
+}
+
+bool is_one_order(uint32_t quadrants) {
+    return std::ranges::any_of(std::array<uint32_t, 4>{0b0011, 0b0110, 0b1100, 0b1001},
+                               [&](uint32_t pair) { return (quadrants & ~pair) == 0; });
 }
 
 // The last item of the list that is `below`, followed from `start`, which is below or the head.
@@ -90,8 +102,13 @@ int compare_oids(OidView a, OidView b) {
 
 uint32_t ModelIndex::hash_oid(OidView oid) const {
     uint64_t hash = seed();
-    for (const uint32_t number : oid) {
-        hash = (hash ^ number) * 0x9e3779b97f4a7c15U;
+    size_t i = 0;
+    for (; i + 1 < oid.size(); i += 2) {
+        hash = (hash ^ (uint64_t{oid[i]} << 32 | oid[i + 1])) * odd_multiplier;
+        hash ^= hash >> 32;
+    }
+    if (i < oid.size()) {
+        hash = (hash ^ oid[i]) * odd_multiplier;
         hash ^= hash >> 32;
     }
     return static_cast<uint32_t>(hash);
@@ -101,9 +118,7 @@ uint32_t ModelIndex::hash_oid(OidView oid) const {
 // certain if they lie in two quarters of their range that are neighbours, first and last included.
 // No search among others can be cut short.
 bool ModelIndex::in_one_order(OidView oid) const {
-    const uint32_t quadrants = tables_->quadrants | quadrants_of(oid);
-    return std::ranges::any_of(std::array<uint32_t, 4>{0b0011, 0b0110, 0b1100, 0b1001},
-                               [&](uint32_t pair) { return (quadrants & ~pair) == 0; });
+    return is_one_order(tables_->quadrants | quadrants_of(oid));
 }
 
 bool ModelIndex::is_searchable(OidView oid) {
@@ -115,7 +130,7 @@ bool ModelIndex::is_searchable(OidView oid) {
 template <class Item, class Order, class Below, class EntryBelow, class ItemOf>
 Item* ModelIndex::last_below(Item* head, const Order& order, EntryBelow entry_below, Below below,
                              ItemOf item_of) const {
-    auto at = order.first_not(entry_below);
+    auto at = is_believed() ? order.first_not_from_end(entry_below) : order.first_not(entry_below);
     if (at != order.end()) {
         const auto* expected = reinterpret_cast<const char*>(item_of(order[at]));
         __builtin_prefetch(expected);
@@ -155,10 +170,35 @@ enterprise_info* ModelIndex::enterprise_before(OidView oid) {
     return follow_enterprises(oid);
 }
 
+// The same for a list of records where nothing was edited near the place, at a glance.
+trap_record* ModelIndex::record_before_at_once(const EnterpriseEntry& entry, uint64_t numbers) {
+    const auto place = entry.records.first_not(
+        [&](const EnterpriseEntry::Record& record) { return record.numbers < numbers; });
+    const EnterpriseEntry::Record* at = entry.records.entry_after(checked_links + 1, place);
+    if (at == nullptr) {
+        return nullptr;
+    }
+    trap_record* before = at[-1].item;
+    __builtin_prefetch(at->item);
+    __builtin_prefetch(&at->item->generic_trap);
+    __builtin_prefetch(&before->generic_trap);
+    bool linked = entry.item->trap_rec_list_head.next == entry.records.front().item;
+    for (size_t i = 0; i <= checked_links; ++i) {
+        linked &= at[-1].item->next == at->item;
+        --at;
+    }
+    return linked && numbers_of(*before) < numbers && numbers_of(*before->next) >= numbers
+               ? before
+               : nullptr;
+}
+
 trap_record* ModelIndex::record_before(enterprise_info& enterprise, uint64_t numbers) {
     EnterpriseEntry* entry = entry_of(enterprise);
     if (entry == nullptr) {
         return follow_records(enterprise, numbers);
+    }
+    if (trap_record* at_once = is_believed() ? nullptr : record_before_at_once(*entry, numbers)) {
+        return at_once;
     }
     trap_record* found = last_below(
         &enterprise.trap_rec_list_head, entry->records,
@@ -198,20 +238,20 @@ bool ModelIndex::is_listed(enterprise_info& enterprise) {
 }
 
 enterprise_info* ModelIndex::known_enterprise(OidView oid) {
-    if (!is_made()) {
+    if (!is_made() || !is_one_order(tables_->quadrants)) {
         return nullptr;
     }
-    const EnterpriseEntry* found = nullptr;
-    tables_->by_oid.visit(hash_oid(oid), [&](const EnterpriseEntry* entry) {
-        found = std::ranges::equal(oid_of(*entry->item), oid) ? entry : nullptr;
+    EnterpriseEntry* found = nullptr;
+    tables_->by_oid.visit(hash_oid(oid), [&](EnterpriseEntry* entry) {
+        found = are_equal(oid_of(*entry->item), oid) ? entry : nullptr;
         return found == nullptr;
     });
-    if (found == nullptr) {
+    if (found == nullptr || !is_linked(*found) ||
+        (found->before != nullptr && are_equal(oid_of(*found->before->item), oid))) {
         return nullptr;
     }
-    const bool first = is_linked(*found) && (found->before == nullptr ||
-                                             compare_oids(oid_of(*found->before->item), oid) < 0);
-    return first ? found->item : nullptr;
+    last_entry_ = found;
+    return found->item;
 }
 
 void ModelIndex::put_in_order(EnterpriseEntry& entry) {

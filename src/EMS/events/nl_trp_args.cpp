@@ -3,7 +3,10 @@
 #include <wqevents/trace.h>
 
 #include <array>
+#include <bit>
 #include <cstring>
+#include <memory>
+#include <new>
 
 #include "EMS/events/nl_icftime.h"
 #include "EMS/events/nl_trp_format.h"
@@ -17,9 +20,6 @@ constexpr int no_such_element = 2;
 
 // Bytes that the rendered arguments of one format may take up, their terminators included.
 constexpr std::size_t arguments_size = 40000;
-// Beside them, the text of the longest format that the compiler makes, and a terminator.
-constexpr std::size_t longest_format = 8188;
-constexpr std::size_t expansion_area = arguments_size + longest_format + 1;
 
 constexpr std::size_t kinds = ARG_NUM_ZYN + 1;
 
@@ -36,21 +36,6 @@ struct Binding {
     SnmpVarBindEMS& var;
 };
 
-// A text ends at its first NUL, which agents like to send along.
-void end_at_nul(TextSink& sink, std::size_t start) {
-    if (const std::size_t nul = sink.text().find('\0', start); nul != std::string_view::npos) {
-        sink.cut(nul);
-    }
-}
-
-void append_value_text(TextSink& sink, const SnmpVarBindEMS& var) {
-    const std::size_t start = sink.length();
-    append_value(sink, var);
-    if (var.type == ASN_OCTETSTR09 || var.type == ASN_OPAQUE09) {
-        end_at_nul(sink, start);
-    }
-}
-
 // A variable that the tree names is told by that name alone, and only by the whole of it.
 bool append_variable_name(TextSink& sink, const SnmpVarBindEMS& var) {
     const char* const name = tree_name_of_parent(name_of(var));
@@ -58,7 +43,7 @@ bool append_variable_name(TextSink& sink, const SnmpVarBindEMS& var) {
         return false;
     }
     const std::string_view text(name);
-    if (text.size() <= sink.room()) {
+    if (sink.fits(text.size())) {
         sink.append(text);
     }
     return true;
@@ -79,14 +64,14 @@ void append_last_part(TextSink& sink, const snmp_trap_infoEMS& trap,
 }
 
 void append_only_value(TextSink& sink, const Binding& binding) {
-    append_value_text(sink, binding.var);
+    append_value(sink, binding.var);
 }
 
 void append_name_and_value(TextSink& sink, const Binding& binding) {
     if (!append_variable_name(sink, binding.var)) {
         append_objid(sink, name_of(binding.var), true);
         sink.append(' ');
-        append_value_text(sink, binding.var);
+        append_value(sink, binding.var);
     }
 }
 
@@ -97,7 +82,7 @@ void append_only_name(TextSink& sink, const Binding& binding) {
 }
 
 void append_described(TextSink& sink, const Binding& binding) {
-    constexpr std::size_t least_room = 10;  // terminator included
+    constexpr std::size_t least_room = 10;
     sink.append('[');
     sink.append_decimal(binding.number);
     sink.append("] ");
@@ -105,11 +90,11 @@ void append_described(TextSink& sink, const Binding& binding) {
         return;
     }
     append_objid(sink, name_of(binding.var), true);
-    if (sink.room() + 1 > least_room) {
+    if (sink.fits(least_room)) {
         sink.append(" (");
         append_kind(sink, binding.var.type);
         sink.append("): ");
-        append_value_text(sink, binding.var);
+        append_value(sink, binding.var);
     }
 }
 
@@ -133,13 +118,13 @@ void append_last_of_value(TextSink& sink, const Binding& binding) {
 
 void append_date(TextSink& sink, const Binding& binding) {
     constexpr uint32_t seconds_before_1970 = 2209032000;  // its zero is noon of 31 December 1899
-    constexpr std::size_t least_room = 30;                // terminator included
+    constexpr std::size_t least_room = 29;                // terminator not included
     if (binding.var.type != ASN_INTEGER09) {
         sink.append(" Type not INTEGER, cannot do LANtern time format ");
         append_described(sink, binding);
         return;
     }
-    if (sink.room() + 1 >= least_room) {
+    if (sink.fits(least_room)) {
         const uint32_t seconds =
             static_cast<uint32_t>(binding.var.val.integer) - seconds_before_1970;
         append_local_time(sink, std::time_t{seconds}, "%x %X");
@@ -150,7 +135,11 @@ void append_alert(TextSink& sink, const Binding& binding) {
     char* const at = sink.position();
     call_formatZYNcp(at, static_cast<int>(sink.room() + 1), &binding.var, binding.count,
                      binding.number - 1);
-    sink.advance(std::strlen(at));
+    const std::size_t length = std::strlen(at);
+    sink.advance(length);
+    if (sink.room() == 0) {
+        sink.refuse();  // it may have been cut
+    }
 }
 
 using AppendBinding = void (*)(TextSink& sink, const Binding& binding);
@@ -217,9 +206,7 @@ void append_agent_address(TextSink& sink, const Expansion& of, const trap_arg&) 
 }
 
 void append_community(TextSink& sink, const Expansion& of, const trap_arg&) {
-    const std::size_t start = sink.length();
     append_octets(sink, community_of(*of.trap));
-    end_at_nul(sink, start);
 }
 
 void append_named_enterprise(TextSink& sink, const Expansion& of, const trap_arg&) {
@@ -266,7 +253,7 @@ void append_time_stamp(TextSink& sink, const Expansion& of, const trap_arg&) {
 
 void append_all(TextSink& sink, const Expansion& of, const trap_arg&) {
     const int count = binding_count(*of.trap);
-    for (int number = 1; number <= count && sink.room() != 0; ++number) {
+    for (int number = 1; number <= count && sink.fits(1); ++number) {
         sink.append(' ');
         append_described(sink, {*of.trap, number, count, of.vars[number - 1]});
         sink.append('\n');
@@ -328,70 +315,6 @@ constexpr std::array<AppendArgument, kinds> argument_kinds = {
     append_numbered<append_alert>,           // $%N
 };
 
-// A text in the making. Of what does not fit only the length is known.
-class Output {
-  public:
-    Output(char* area, std::size_t size) : sink_(area, size) {}
-
-    [[nodiscard]] std::size_t length() const { return length_; }
-    [[nodiscard]] std::string_view text() const { return sink_.text(); }
-
-    // Appends what stands before the next percent sign, or the rest; gives where that ends. The
-    // runs between the tokens of a format are short, so each byte is looked at only once.
-    const char* append_run(const char* format) {
-        char* const to = sink_.position();
-        const std::size_t room = sink_.room();
-        std::size_t run = 0;
-        for (; format[run] != '\0' && format[run] != '%'; ++run) {
-            if (run < room) {
-                to[run] = format[run];
-            }
-        }
-        add(run);
-        return format + run;
-    }
-    void append_percent() {
-        sink_.append('%');
-        ++length_;
-    }
-    // The arguments share the room that is left for them, their terminators included.
-    void append_argument(const Expansion& of, const trap_arg& argument) {
-        if (sink_.room() + 1 >= arguments_left_) {
-            add(render(sink_.position(), of, argument).size());
-        } else {
-            append_made_apart(of, argument);
-        }
-    }
-
-  private:
-    std::string_view render(char* to, const Expansion& of, const trap_arg& argument) {
-        if (arguments_left_ == 0) {
-            return {};
-        }
-        TextSink text(to, arguments_left_);
-        argument_kinds[static_cast<uint32_t>(argument.arg_type)](text, of, argument);
-        arguments_left_ -= text.length() + 1;
-        return text.text();
-    }
-    // Behind a format longer than any compiled one there may be less room than an argument has a
-    // right to. It is made as if there were, so that its length counts.
-    [[gnu::cold, gnu::noinline]] void append_made_apart(const Expansion& of,
-                                                        const trap_arg& argument) {
-        std::array<char, arguments_size> apart;
-        const std::string_view text = render(apart.data(), of, argument);
-        sink_.append(text);
-        length_ += text.size();
-    }
-    void add(std::size_t count) {
-        sink_.advance(count);
-        length_ += count;
-    }
-
-    TextSink sink_;
-    std::size_t length_ = 0;
-    std::size_t arguments_left_ = arguments_size;
-};
-
 std::span<const trap_arg> arguments_of(const trap_element& element) {
     return {element.arg_list,
             static_cast<std::size_t>(std::clamp(element.num_args, 0, EMS_ARGS_MAX))};
@@ -405,22 +328,131 @@ const trap_arg* find_bad_kind(std::span<const trap_arg> arguments) {
     return bad != arguments.end() ? &*bad : nullptr;
 }
 
-// A "%s" behind the last argument is empty.
+// What takes the parts of a format in their order.
+template <class Output>
 void print_format(Output& output, const Expansion& of) {
     const std::span<const trap_arg> arguments = arguments_of(*of.element);
-    const char* at = of.element->format != nullptr ? of.element->format : "";
-    for (std::size_t next = 0; *(at = output.append_run(at)) != '\0';) {
-        if (at[1] == 's') {
+    const char* const format = of.element->format != nullptr ? of.element->format : "";
+    std::string_view rest(format);
+    for (std::size_t next = 0; output.append_run(rest) && !rest.empty();) {
+        if (rest.starts_with("%s")) {
+            // Behind the last argument it is empty.
             if (next < arguments.size()) {
                 output.append_argument(of, arguments[next++]);
             }
-            at += 2;
+            rest.remove_prefix(2);
         } else {
             output.append_percent();
-            at += at[1] == '%' ? 2 : 1;
+            rest.remove_prefix(rest.starts_with("%%") ? 2 : 1);
         }
     }
 }
+
+// How many of eight characters stand before the first percent sign.
+std::size_t before_percent(const char* characters) {
+    constexpr uint64_t ones = 0x0101010101010101;
+    uint64_t word = 0;
+    std::memcpy(&word, characters, sizeof word);
+    word ^= ones * '%';
+    // The lowest byte that is zero has the lowest bit set; those above it may be wrong.
+    const uint64_t zeros = (word - ones) & ~word & (ones << 7);
+    return static_cast<std::size_t>(std::countr_zero(zeros)) / 8;
+}
+
+void append_argument(TextSink& sink, const Expansion& of, const trap_arg& argument) {
+    argument_kinds[static_cast<uint32_t>(argument.arg_type)](sink, of, argument);
+}
+
+// The text made where it is to stand. That it is the right one is certain only while nothing was
+// refused for want of room.
+class Placed {
+  public:
+    explicit Placed(TextSink& sink) : sink_(sink) {}
+
+    // False: it is of no use to go on.
+    bool append_run(std::string_view& rest) {
+        const char* const end = rest.data() + rest.size();
+        const char* from = append_blocks(rest.data(), end);
+        if (from != end && *from != '%') {
+            from = append_rest(from, end);
+        }
+        rest = {from, static_cast<std::size_t>(end - from)};
+        return !sink_.has_refused();
+    }
+    void append_percent() { sink_.append('%'); }
+    void append_argument(const Expansion& of, const trap_arg& argument) {
+        const std::size_t start = sink_.length();
+        if (arguments_left_ <= sink_.room()) {
+            is_exact_ = false;  // the arguments have less room than there is
+            return;
+        }
+        wq::append_argument(sink_, of, argument);
+        arguments_left_ -= sink_.length() - start + 1;
+    }
+    bool is_exact() const { return is_exact_ && !sink_.has_refused(); }
+
+  private:
+    // Eight characters at a time, up to a percent sign or to where there are no more eight.
+    const char* append_blocks(const char* from, const char* end) {
+        if constexpr (std::endian::native == std::endian::little) {
+            char* to = sink_.position();
+            char* const last = to + sink_.room();
+            for (std::size_t run = 8; run == 8 && end - from >= 8 && last - to >= 8; from += run) {
+                std::memcpy(to, from, 8);
+                run = before_percent(from);
+                to += run;
+            }
+            sink_.advance(static_cast<std::size_t>(to - sink_.position()));
+        }
+        return from;
+    }
+    const char* append_rest(const char* from, const char* end) {
+        const char* const percent = std::find(from, end, '%');
+        sink_.append({from, static_cast<std::size_t>(percent - from)});
+        return percent;
+    }
+
+    TextSink& sink_;
+    std::size_t arguments_left_ = arguments_size;
+    bool is_exact_ = true;
+};
+
+// The text whose arguments are made in an area of their own, with the room that they have a right
+// to. Of what does not fit only the length is known.
+class Measured {
+  public:
+    Measured(TextSink& sink, char* area) : sink_(sink), area_(area) {}
+
+    [[nodiscard]] std::size_t length() const { return length_; }
+
+    bool append_run(std::string_view& rest) {
+        const std::string_view run = rest.substr(0, rest.find('%'));
+        add(run);
+        rest.remove_prefix(run.size());
+        return true;
+    }
+    void append_percent() { add("%"); }
+    // The arguments share the room, their terminators included.
+    void append_argument(const Expansion& of, const trap_arg& argument) {
+        if (arguments_left_ != 0) {
+            TextSink text(area_, arguments_left_);
+            wq::append_argument(text, of, argument);
+            arguments_left_ -= text.length() + 1;
+            add(text.text());
+        }
+    }
+
+  private:
+    void add(std::string_view text) {
+        sink_.append(text);
+        length_ += text.size();
+    }
+
+    TextSink& sink_;
+    char* area_;
+    std::size_t length_ = 0;
+    std::size_t arguments_left_ = arguments_size;
+};
 
 std::string_view say_bad_kind(TextSink& sink, int32_t kind) {
     sink.append("bad arg_type:");
@@ -469,6 +501,22 @@ void append_message_argument(TextSink& sink, const MessageArgument& argument) {
     }
 }
 
+// What expand() gives if the text may not fit. Without memory for the arguments the text stays as
+// it is, up to what did not fit.
+[[gnu::cold, gnu::noinline]] std::string_view expand_apart(const Expansion& expansion,
+                                                           TextSink& sink, std::size_t room) {
+    std::unique_ptr<char[]> area;
+    try {
+        area = std::make_unique_for_overwrite<char[]>(arguments_size);
+    } catch (const std::bad_alloc&) {
+        return sink.text();
+    }
+    sink.cut(0);
+    Measured measured(sink, area.get());
+    print_format(measured, expansion);
+    return measured.length() < room ? sink.text() : say_too_long(sink, room, measured.length());
+}
+
 }  // namespace
 
 void append_message(TextSink& sink, std::string_view message, const MessageArgument* arguments,
@@ -490,27 +538,15 @@ void append_message(TextSink& sink, std::string_view message, const MessageArgum
     }
 }
 
-// The text is made in an area of its own, so that its whole length is known before it goes to where
-// it may not fit. A buffer that is as large serves by itself.
 std::string_view expand(const Expansion& expansion, char* buf, int size) {
     const auto room = static_cast<std::size_t>(size);
     TextSink sink(buf, room);
     if (const trap_arg* const bad = find_bad_kind(arguments_of(*expansion.element))) {
         return say_bad_kind(sink, bad->arg_type);
     }
-    std::array<char, expansion_area> area;
-    const bool is_in_place = room > area.size();
-    Output output(is_in_place ? buf : area.data(), is_in_place ? room : area.size());
-    print_format(output, expansion);
-    if (output.length() >= room) {
-        return say_too_long(sink, room, output.length());
-    }
-    if (is_in_place) {
-        sink.advance(output.length());
-    } else {
-        sink.append(output.text());
-    }
-    return sink.text();
+    Placed placed(sink);
+    print_format(placed, expansion);
+    return placed.is_exact() ? sink.text() : expand_apart(expansion, sink, room);
 }
 
 }  // namespace wq

@@ -38,8 +38,8 @@ bool is_threshold_enterprise(const uint32_t* enterprise) {
 }  // namespace wq
 
 int isTrapJW(int generic, int specific, const uint32_t* enterprise) WQEVENTS_NOEXCEPT {
-    return generic == ENTERPRISE_SPECIFIC && wq::begins_with(enterprise, wq::jwoid) &&
-                   wq::is_event_number(specific)
+    return generic == ENTERPRISE_SPECIFIC && wq::is_event_number(specific) &&
+                   wq::begins_with(enterprise, wq::jwoid)
                ? 1
                : 0;
 }

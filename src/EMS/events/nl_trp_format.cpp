@@ -235,10 +235,9 @@ bool take_event(Formatting& of) {
 // The binding of a threshold trap that names the host it was measured at; null for other traps.
 SnmpVarBindEMS* threshold_host(const Formatting& of) {
     constexpr int host_binding = 9;
-    const bool is_threshold = is_threshold_enterprise(of.trap.enterprise) &&
-                              of.trap.gen == ENTERPRISE_SPECIFIC &&
+    const bool is_threshold = of.bindings() >= host_binding && of.trap.gen == ENTERPRISE_SPECIFIC &&
                               enterprise_of(of.trap).size() >= threshold_enterprise_length &&
-                              of.bindings() >= host_binding;
+                              is_threshold_enterprise(of.trap.enterprise);
     SnmpVarBindEMS* const host = is_threshold ? &of.vars[host_binding - 1] : nullptr;
     return host != nullptr && host->type == ASN_OCTETSTR09 ? host : nullptr;
 }

@@ -71,11 +71,12 @@ void append_event_line(TextSink& sink, const LineTexts& texts, std::string_view 
 
 void append_daemon_columns(TextSink& sink, const LineTexts& texts, std::size_t time_width,
                            std::string_view line) {
-    append_number(sink, texts.when, 10);
+    const EventTimeTexts time = event_time_texts(texts.when);
+    append_padded(sink, time.seconds, 10);
     sink.append(' ');
     append_number(sink, texts.category, 2);
     sink.append(' ');
-    append_column(sink, event_time_text(texts.when), time_width);
+    append_column(sink, time.local, time_width);
     sink.append(' ');
     append_padded(sink, texts.host, 25);
     append_line_end(sink, texts.source, line);

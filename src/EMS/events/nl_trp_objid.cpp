@@ -11,8 +11,9 @@
 namespace wq {
 namespace {
 
-constexpr std::size_t least_room = 10;          // for any identifier at all
-constexpr std::size_t sub_identifier_room = 6;  // before each sub-identifier
+// Characters that have to fit, the terminator not counted:
+constexpr std::size_t least_room = 9;           // for any identifier at all
+constexpr std::size_t sub_identifier_room = 5;  // before each sub-identifier
 constexpr std::size_t name_area = 2048;         // what sprint__objid() may write
 
 // What nearly all names begin with and nobody wants to read, and the dot behind it. Names that
@@ -80,7 +81,7 @@ bool append_mib_name(TextSink& sink, std::span<const uint32_t> oid) {
         name.remove_prefix(prefix);
     }
     if (name.empty() || bytes_of(name, 1) == name.size() ||
-        name.size() + name_surplus > sink.room()) {
+        !sink.fits(name.size() + name_surplus)) {
         return false;
     }
     sink.append(shortened(name));
@@ -91,7 +92,7 @@ bool append_mib_name(TextSink& sink, std::span<const uint32_t> oid) {
 // that goes on from there: the name's length in characters, on which the operators' texts rely.
 std::size_t append_enterprise_name(TextSink& sink, std::span<const uint32_t> oid) {
     const std::string_view name = configured_name(oid);
-    if (name.data() == nullptr || name.size() + 1 > sink.room()) {
+    if (name.data() == nullptr || !sink.fits(name.size() + 1)) {
         return 0;
     }
     sink.append(name);
@@ -105,7 +106,7 @@ std::size_t append_enterprise_name(TextSink& sink, std::span<const uint32_t> oid
 // Sub-identifiers of less than ten, as most of them are, with dots between them, while there is no
 // need to look at the room. Returns their number.
 std::size_t append_digits(TextSink& sink, std::span<const uint32_t> numbers) {
-    if (2 * numbers.size() + sub_identifier_room > sink.room()) {
+    if (2 * numbers.size() + sub_identifier_room >= sink.room()) {
         return 0;
     }
     char* to = sink.position();
@@ -120,7 +121,7 @@ std::size_t append_digits(TextSink& sink, std::span<const uint32_t> numbers) {
 }
 
 void append_numbers(TextSink& sink, std::span<const uint32_t> numbers) {
-    while (!numbers.empty() && sink.room() + 1 >= sub_identifier_room) {
+    while (!numbers.empty() && sink.fits(sub_identifier_room)) {
         numbers = numbers.subspan(append_digits(sink, numbers));
         if (numbers.empty()) {
             return;
@@ -146,7 +147,7 @@ std::string_view configured_name(std::span<const uint32_t> oid) {
 }
 
 void append_objid(TextSink& sink, std::span<const uint32_t> oid, bool by_name) {
-    if (sink.room() + 1 < least_room) {
+    if (!sink.fits(least_room)) {
         return;
     }
     std::size_t start = 0;

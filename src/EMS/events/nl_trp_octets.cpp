@@ -216,12 +216,13 @@ Look judge(std::span<const uint8_t> octets, std::size_t plain, bool strict) {
 
 void append_in_hex(TextSink& sink, std::span<const uint8_t> octets) {
     constexpr std::string_view prefix = "0x";
-    if (sink.room() < prefix.size()) {
+    if (!sink.fits(prefix.size())) {
         return;
     }
     sink.append(prefix);
     // The last octet costs as much as the others, though no blank follows it.
-    const std::size_t fitting = std::min(octets.size(), sink.room() / hex_cost);
+    const std::size_t fitting =
+        sink.fits(octets.size() * hex_cost) ? octets.size() : sink.room() / hex_cost;
     char* to = sink.position();
     for (const uint8_t octet : octets.first(fitting)) {
         *to++ = hex_digits[octet >> 4];
@@ -236,11 +237,12 @@ std::size_t character_size(std::span<const uint8_t> octets) {
     return octets[0] < first_non_ascii ? 1 : classify(octets, false).size;
 }
 
-// Octets of the whole characters at the start of a text that fit `room` bytes, terminator included.
-std::size_t fitting_characters(std::span<const uint8_t> text, std::size_t room) {
-    if (room >= text.size() + least_room - 1) {
+// Octets of the whole characters at the start of a text that fit.
+std::size_t fitting_characters(std::span<const uint8_t> text, TextSink& sink) {
+    if (sink.fits(text.size() + least_room - 2)) {
         return text.size();
     }
+    const std::size_t room = sink.room() + 1;
     std::size_t end = 0;
     while (end < text.size() && room - end >= least_room) {
         const std::size_t size = character_size(text.subspan(end));
@@ -254,13 +256,17 @@ std::size_t fitting_characters(std::span<const uint8_t> text, std::size_t room) 
 
 // Characters of one octet each.
 void append_plain(TextSink& sink, std::span<const uint8_t> octets) {
+    if (sink.fits(octets.size() + least_room - 2)) [[likely]] {
+        sink.append(as_text(octets));
+        return;
+    }
     const std::size_t room = sink.room() + 1;
     const std::size_t fitting = room < least_room ? 0 : room - least_room + 1;
     sink.append(as_text(octets).substr(0, fitting));
 }
 
 void append_as_text(TextSink& sink, std::span<const uint8_t> octets) {
-    const std::size_t fitting = fitting_characters(octets, sink.room() + 1);
+    const std::size_t fitting = fitting_characters(octets, sink);
     sink.append(as_text(octets).substr(0, fitting));
 }
 

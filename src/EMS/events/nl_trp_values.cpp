@@ -9,14 +9,16 @@
 
 #include <array>
 
+#include "EMS/events/internal/labels.h"
+
 namespace wq {
 namespace {
 
 constexpr std::array<std::string_view, 6> severity_names = {"Cleared", "Indeterminate", "Warning",
                                                             "Minor",   "Critical",      "Major"};
 
-// Below it a type's name is left out altogether.
-constexpr std::size_t kind_room = 30;
+// Characters: where fewer fit, a type's name is left out altogether.
+constexpr std::size_t kind_room = 29;
 
 std::string_view kind_name(uint8_t type) {
     switch (type) {
@@ -46,7 +48,7 @@ std::string_view kind_name(uint8_t type) {
 // A name is shown whole or not at all.
 void append_whole(TextSink& sink, const char* name) {
     const std::string_view text = name;
-    if (text.size() <= sink.room()) {
+    if (sink.fits(text.size())) {
         sink.append(text);
     }
 }
@@ -72,21 +74,15 @@ void append_objid_value(TextSink& sink, const SnmpVarBindEMS& var) {
 }  // namespace
 
 const char* tree_name(std::span<const uint32_t> oid) {
-    return oidTree == nullptr || oid.empty() ? nullptr
-                                             : lookupOid(oid.data(), static_cast<int>(oid.size()));
+    return find_label(oidTree, oid);
 }
 
 const char* tree_name_of_parent(std::span<const uint32_t> oid) {
-    return oid.empty() ? nullptr : tree_name(oid.first(oid.size() - 1));
+    return oid.empty() ? nullptr : find_label(oidTree, oid.first(oid.size() - 1));
 }
 
 const char* tree_name_of_child(std::span<const uint32_t> oid, uint32_t last) {
-    if (oidTree == nullptr || oid.size() > EMS_OID_MAX) {
-        return nullptr;
-    }
-    std::array<uint32_t, EMS_OID_MAX + 1> child;
-    *std::copy(oid.begin(), oid.end(), child.begin()) = last;
-    return tree_name(std::span(child).first(oid.size() + 1));
+    return find_label_below(oidTree, oid, last);
 }
 
 void append_address(TextSink& sink, uint32_t address) {
@@ -138,7 +134,7 @@ void append_value(TextSink& sink, const SnmpVarBindEMS& var) {
 }
 
 void append_kind(TextSink& sink, uint8_t type) {
-    if (sink.room() + 1 < kind_room) {
+    if (!sink.fits(kind_room)) {
         return;
     }
     const std::string_view name = kind_name(type);
@@ -155,12 +151,12 @@ void append_enterprise(TextSink& sink, const snmp_trap_infoEMS& trap, bool by_na
     const std::span<const uint32_t> oid = enterprise_of(trap);
     if (by_name) {
         const char* name = tree_name(oid);
-        if (name != nullptr && std::strlen(name) <= sink.room()) {
+        if (name != nullptr && sink.fits(std::strlen(name))) {
             sink.append(name);
             return;
         }
         const std::string_view configured = configured_name(oid);
-        if (configured.data() != nullptr && configured.size() < sink.room()) {
+        if (configured.data() != nullptr && sink.fits(configured.size() + 1)) {
             sink.append(configured);
             return;
         }

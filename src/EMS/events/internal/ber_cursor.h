@@ -350,6 +350,11 @@ inline uint8_t* put_sub_identifier(uint8_t* to, uint32_t value) {
         *to++ = static_cast<uint8_t>(value);
         return to;
     }
+    if (value < uint32_t{more_octets} << 7) [[likely]] {
+        *to++ = static_cast<uint8_t>(value >> 7 | more_octets);
+        *to++ = static_cast<uint8_t>(value & ~uint32_t{more_octets});
+        return to;
+    }
     const int groups = (static_cast<int>(std::bit_width(value)) + 6) / 7;
     for (int shift = 7 * (groups - 1); shift > 0; shift -= 7) {
         *to++ = static_cast<uint8_t>(value >> shift | more_octets);
@@ -368,30 +373,28 @@ constexpr bool first_arcs_fit(uint32_t first, uint32_t second) {
 
 // Writes an identifier's contents: `count` (at least 2) sub-identifiers whose first two fit.
 // Returns null when there are more than `max_objid_octets`; `to` has room for `objid_room`.
-// Nearly all take one octet, so they go in blocks, of which the last may overlap the one before.
+// Nearly all take one octet, so they go in blocks, of which the last may be a shorter one.
 inline uint8_t* put_objid_contents(uint8_t* to, const uint32_t* objid, uint32_t count) {
     const uint8_t* limit = to + max_objid_octets;
     const uint32_t* next = objid + 2;
     const uint32_t* end = objid + count;
     *to++ = static_cast<uint8_t>(objid[0] * 40 + objid[1]);
-    bool one_octet_each = static_cast<std::size_t>(end - next) >= octet_block;
     while (static_cast<std::size_t>(end - next) >= octet_block && to <= limit) {
         const std::size_t clean = narrow_block(to, next);
         to += clean;
         next += clean;
         if (clean != octet_block) {
-            one_octet_each = false;
             to = put_sub_identifier(to, *next++);
         }
     }
-    if (one_octet_each && to <= limit) {
-        uint8_t* last = to + (end - next);
-        if (narrow_block(last - octet_block, end - octet_block) == octet_block) {
-            return last > limit ? nullptr : last;
-        }
-    }
     while (next != end && to <= limit) {
-        to = put_sub_identifier(to, *next++);
+        const auto left = static_cast<std::size_t>(end - next);
+        const std::size_t clean = count >= octet_block ? narrow_tail(to, end, left) : 0;
+        to += clean;
+        next += clean;
+        if (clean != left) {
+            to = put_sub_identifier(to, *next++);
+        }
     }
     return to > limit ? nullptr : to;
 }

@@ -46,6 +46,12 @@ class HashTable {
 
     std::size_t size() const { return used_; }
 
+    void prefetch(uint32_t hash) const {
+        if (!slots_.empty()) {
+            __builtin_prefetch(&slots_[hash & mask()]);
+        }
+    }
+
   private:
     struct Slot {
         Item* item;  // null where the slot is free
@@ -123,16 +129,19 @@ class OrderedBlocks {
     // The first place whose entry is not `below`, which holds for a beginning of the sequence.
     template <class Below>
     Place first_not(Below below) const {
-        const auto next = std::partition_point(firsts_.begin(), firsts_.end(), below);
-        if (next == firsts_.begin()) {
+        const std::size_t number = count_below(firsts_, below);
+        if (number == 0) {
             return begin();
         }
-        const auto number = static_cast<std::size_t>(next - firsts_.begin());
         const Block& block = blocks_[number - 1];
         fetch(block);
-        const auto at = std::partition_point(block.begin(), block.end(), below);
-        return at == block.end() ? Place{number, 0}
-                                 : Place{number - 1, static_cast<std::size_t>(at - block.begin())};
+        const std::size_t slot = count_below(block, below);
+        return slot == block.size() ? Place{number, 0} : Place{number - 1, slot};
+    }
+
+    // The entry at the place, if as many before it lie beside it; else null.
+    const Entry* entry_after(std::size_t count, Place at) const {
+        return at.slot >= count ? &blocks_[at.block][at.slot] : nullptr;
     }
 
     // The same where it is likely the end, as where a list in ascending order grows.
@@ -177,6 +186,19 @@ class OrderedBlocks {
   private:
     using Block = std::vector<Entry>;
     static constexpr std::size_t block_max = 32;
+
+    // How many entries at the beginning are below: a search whose steps the processor need not
+    // guess.
+    template <class Below>
+    static std::size_t count_below(const std::vector<Entry>& entries, Below below) {
+        const Entry* first = entries.data();
+        for (std::size_t left = entries.size(); left > 0;) {
+            const std::size_t half = (left + 1) / 2;
+            first += below(first[half - 1]) ? half : 0;
+            left -= half;
+        }
+        return static_cast<std::size_t>(first - entries.data());
+    }
 
     // All of it at once, instead of one part after the other as the search goes on.
     static void fetch(const Block& block) {

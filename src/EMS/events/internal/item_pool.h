@@ -23,8 +23,6 @@ class ItemPool {
         Header* header = take_cell(*chunk);
         ++chunk->live;
         header->live = true;
-        permit(item_of(header), sizeof(Item));
-        std::memset(static_cast<void*>(item_of(header)), 0, sizeof(Item));
         return item_of(header);
     }
 
@@ -96,12 +94,16 @@ class ItemPool {
     static Header* take_cell(Chunk& chunk) {
         if (auto* header = static_cast<Header*>(chunk.unused)) {
             chunk.unused = header->next_unused;
+            permit(item_of(header), sizeof(Item));
+            std::memset(static_cast<void*>(item_of(header)), 0, sizeof(Item));
             return header;
         }
         void* cell = reinterpret_cast<void*>(chunk.begin + chunk.used);
         permit(cell, sizeof(Header));
+        auto* header = ::new (cell) Header;
+        permit(item_of(header), sizeof(Item));
         chunk.used += cell_size;
-        return ::new (cell) Header;
+        return header;
     }
 
     static Header* header_of(const Chunk& chunk, const Item* item) {

@@ -103,9 +103,21 @@ class TextSink {
     [[nodiscard]] char* position() const { return next_; }
 
     void advance(std::size_t count) {
-        next_ += std::min(count, room());
+        next_ += fits(count) ? count : room();
         terminate();
     }
+    // Whether so many characters still fit. Whoever has to know asks here: what was refused once is
+    // remembered, and so is text that was cut. If nothing was, the text is as it would be in a
+    // larger buffer.
+    [[nodiscard]] bool fits(std::size_t count) {
+        if (count <= room()) [[likely]] {
+            return true;
+        }
+        refuse();
+        return false;
+    }
+    void refuse() { refused_ = true; }
+    [[nodiscard]] bool has_refused() const { return refused_; }
     // Takes back all but the first `length` characters.
     void cut(std::size_t length) {
         next_ = begin_ + std::min(length, this->length());
@@ -120,13 +132,13 @@ class TextSink {
             terminate();
             return;
         }
-        const std::size_t count = std::min(text.size(), room());
+        const std::size_t count = fits(text.size()) ? text.size() : room();
         copy_text(next_, text.data(), count);
         next_ += count;
         terminate();
     }
     void append(char c) {
-        if (next_ < last_) {
+        if (fits(1)) {
             *next_++ = c;
             *next_ = '\0';
         }
@@ -150,7 +162,13 @@ class TextSink {
         }
         append_decimal(value < 0 ? 0 - bits : bits);
     }
-    void append_decimal(std::int64_t value) { append_number(value, 10); }
+    void append_decimal(std::int64_t value) {
+        if (const auto narrow = static_cast<std::int32_t>(value); narrow == value) [[likely]] {
+            append_decimal(narrow);
+        } else {
+            append_number(value, 10);
+        }
+    }
     // As "%lx".
     void append_hex(std::uint64_t value) { append_number(value, 16); }
     // As "%02x".
@@ -180,6 +198,7 @@ class TextSink {
     char* next_;
     char* last_;  // where the terminator of the longest text goes
     bool terminated_ = false;
+    bool refused_ = false;
 };
 
 }  // namespace wq
