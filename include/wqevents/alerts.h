@@ -65,8 +65,8 @@ WQEVENTS_API extern const uint32_t TA_PC_CODEPOINTS[7];
  * read_ferlospec_file: reads the alert configuration (open_ferlo_lock_file() tells which file) and
  * attaches its alerts to the trap records in memory, replacing those that they have. Returns 0, or
  * -1 with `*errmsg` pointed at a text of the library's that stays readable and that the next read
- * overwrites; the alerts before the error stay attached. After an error in a record's body the file stays open and locked
- * until the alert configuration is opened again.
+ * overwrites; the alerts before the error stay attached. After an error in a record's body the file
+ * stays open and locked until the alert configuration is opened again.
  */
 WQEVENTS_API int read_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT;
 

@@ -190,13 +190,12 @@ WQEVENTS_API extern int trace_vortdconf;
 /*
  * read_trapspec_file: reads the file that getVortdConfFile() names in place of the model in memory,
  * and the alert configuration after it (read_ferlospec_file()). `*errmsg` is pointed at a text of
- * the library's, empty on success, that stays readable and that the next read overwrites. Returns 0,
- * or -1: the file cannot be opened or read (the model stays) or holds an error (what was read before
- * it stays in memory). What is read is one whole state of the file; when it changes during six reads
- * in a row it cannot be read. An error
- * in the alert configuration leaves its text in `*errmsg` and does not change the result. A line of
- * more than 51197 characters between two blocks ends the file there, with result 0 and "Line too
- * long" in `*errmsg`.
+ * the library's, empty on success, that stays readable and that the next read overwrites. Returns
+ * 0, or -1: the file cannot be opened or read (the model stays) or holds an error (what was read
+ * before it stays in memory). What is read is one whole state of the file; when it changes during
+ * six reads in a row it cannot be read. An error in the alert configuration leaves its text in
+ * `*errmsg` and does not change the result. A line of more than 51197 characters between two blocks
+ * ends the file there, with result 0 and "Line too long" in `*errmsg`.
  */
 WQEVENTS_API int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT;
 
@@ -463,11 +462,11 @@ WQEVENTS_API FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT;
  * open_ferlo_lock_file: opens and locks the alert configuration, the file that the environment
  * variable FERLOD_CONF names, else "ferlod.conf" in the platform's configuration directory. `mode`
  * "r" takes a shared lock, the others an exclusive one, "w" before the file is truncated. While
- * another process refuses the lock it is tried up to 5 more times, for 20 seconds in all. Streams of
- * this process are never in each other's way; each has its own lock until it is closed. `*name` is
- * pointed at the name, a text of the library's that stays readable, `*stream` at the stream. Returns 0 (also where the system refuses
- * for another reason than a holder), -1 when the file cannot be opened, -2 when the lock is held
- * elsewhere; the stream is then open, without the lock.
+ * another process refuses the lock it is tried up to 5 more times, for 20 seconds in all. Streams
+ * of this process are never in each other's way; each has its own lock until it is closed. `*name`
+ * is pointed at the name, a text of the library's that stays readable, `*stream` at the stream.
+ * Returns 0 (also where the system refuses for another reason than a holder), -1 when the file
+ * cannot be opened, -2 when the lock is held elsewhere; the stream is then open, without the lock.
  */
 WQEVENTS_API int open_ferlo_lock_file(const char* mode, FILE** stream,
                                       char** name) WQEVENTS_NOEXCEPT;
