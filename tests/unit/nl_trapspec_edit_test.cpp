@@ -418,6 +418,27 @@ TEST_F(NodeSearch, ReadsAFileAsItsBlocksWouldBeInserted) {
     EXPECT_EQ(got, expected);
 }
 
+TEST_F(NodeSearch, ReadsNamesWithTheFirstSuffixThatIsFree) {
+    EXPECT_EQ(read(std::string(one_enterprise) + block("t", {"a"}) + block("t", {"b"}) +
+                   block("t", {"c"}) + block("x", {"b"}) + block("t", {"d"}) + block("t", {"e"})),
+              ConfRead());
+    Texts names;
+    for (const char* node : {"a", "b", "c", "d", "e"}) {
+        names.emplace_back(findExactTrapRecord(enterprise_list_head.next, 6, 1, node)->name);
+    }
+    EXPECT_EQ(names, (Texts{"t", "x", "t_2", "t_1", "t_3"}));
+}
+
+TEST_F(NodeSearch, ReadsGeneralRecordsOfTheSameNumbers) {
+    EXPECT_EQ(read(std::string(one_enterprise) + block("t", {}) + block("u", {"a"}) +
+                   block("v", {}) + block("w", {"a", "b"}) + block("x", {})),
+              ConfRead());
+    const enterprise_info* e = enterprise_list_head.next;
+    EXPECT_STREQ(e->trap_rec_list_head.next->name, "w");
+    EXPECT_STREQ(e->trap_rec_list_head.next->next->name, "x");
+    EXPECT_EQ(e->trap_rec_list_head.next->next->next, nullptr);
+}
+
 /* Hours, if each node were looked for in all records before it. */
 TEST_F(NodeSearch, ReadsManyRecordsOfTheSameNumbers) {
     constexpr int records = 20'000;

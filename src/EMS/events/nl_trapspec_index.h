@@ -216,7 +216,7 @@ class ModelIndex {
     bool follows_names() const;
     NamedTrap known_trap(std::string_view name, uint32_t hash);
 
-    uint64_t seed() const { return reinterpret_cast<uintptr_t>(this) | 1U; }
+    uint64_t seed() const { return reinterpret_cast<uintptr_t>(tables_) | 1U; }
 
     ItemPool<trap_record, RecordNote> records_;
     ItemPool<enterprise_info, EnterpriseNote> enterprises_;
