@@ -108,6 +108,9 @@ class ModelIndex {
     void free(trap_record* record);
     void free(enterprise_info* enterprise);
 
+    // How many records the library made and has not freed.
+    size_t records() const { return records_.size(); }
+
     // What the library does to the lists: called once it is done.
     void add(enterprise_info& enterprise);
     void add(enterprise_info& enterprise, trap_record& record, bool after_equals);
