@@ -247,7 +247,10 @@ WQEVENTS_API void* doRealloc(void* p, size_t size) WQEVENTS_NOEXCEPT;
 /* doStrdup: a copy of `s`; null for null. */
 WQEVENTS_API char* doStrdup(const char* s) WQEVENTS_NOEXCEPT;
 
-/* doFree: frees what the three above returned. Null does nothing. */
+/*
+ * doFree: frees what the three above returned and the texts and lists of the model, which free()
+ * does not take. Null does nothing.
+ */
 WQEVENTS_API void doFree(void* p) WQEVENTS_NOEXCEPT;
 
 /*

@@ -6,6 +6,12 @@
 #include <cstring>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "EMS/events/internal/text_arena.h"
+#include "support/trap_conf.h"
 
 extern "C" const char* __asan_default_options();
 /* Memory that is not there is what the test is about. */
@@ -77,5 +83,108 @@ TEST(DoStrdup, NullIsNull) {
     EXPECT_EQ(doStrdup(nullptr), nullptr);
     doFree(nullptr);
 }
+
+class FileTexts : public wq::test::TrapConf {
+  protected:
+    FileTexts() {
+        EXPECT_EQ(read("CATEGORY 2 \"Error Events\"\nnine {.1.3.6.1.4.1.9}\n"
+                       "t {.1.3.6.1.4.1.9} 6 1 A 1 0 \"Error Events\"\nUnit $1\nEXEC page $2\n"
+                       "SDESC\nwhat it is\nEDESC\n"
+                       "u {.1.3.6.1.4.1.9} 6 2 A 1 0 \"Error Events\"\nother\nSDESC\nEDESC\n"),
+                  wq::test::ConfRead());
+    }
+};
+
+TEST_F(FileTexts, AreReplacedByTheProgramsOwn) {
+    trap_record* t = trap("t");
+    doFree(t->trapDescription);
+    t->trapDescription = doStrdup("another");
+    doFree(t->execargs_ptr->rawstring);
+    t->execargs_ptr->rawstring = nullptr;
+    makeFormatString(doStrdup("new $3"), &t->description);
+    EXPECT_STREQ(t->description.format, "new %s");
+    doFree(EMScategories[2]);
+    EMScategories[2] = doStrdup("Error Events");
+}
+
+TEST_F(FileTexts, GrowAndShrink) {
+    trap_record* t = trap("t");
+    t->trapDescription = static_cast<char*>(doRealloc(t->trapDescription, 50'000));
+    EXPECT_STREQ(t->trapDescription, "what it is");
+    std::memset(t->trapDescription, 'x', 49'999);
+    t->trapDescription[49'999] = '\0';
+    auto* raw = static_cast<char*>(doRealloc(t->description.rawstring, 4));
+    t->description.rawstring = raw;
+    EXPECT_EQ(std::string_view(raw, 4), "Unit");
+    raw[3] = '\0';
+}
+
+TEST_F(FileTexts, OutliveTheModelIfTheyAreKept) {
+    trap_record* t = trap("t");
+    enterprise_list_head.next->trap_rec_list_head.next = t->next;
+    char* raw = std::exchange(trap("u")->description.rawstring, nullptr);
+    free_all_info();
+    EXPECT_STREQ(t->name, "t");
+    EXPECT_STREQ(t->trapDescription, "what it is");
+    EXPECT_STREQ(t->description.format, "Unit %s");
+    EXPECT_STREQ(raw, "other");
+    free_trap_record(t);
+    doFree(raw);
+}
+
+TEST(TextArena, GivesBlocksThatDoNotOverlap) {
+    wq::TextArena arena;
+    std::vector<char*> blocks;
+    for (size_t size = 1; size < 3000; size += 7) {
+        auto* block = static_cast<char*>(arena.take(size));
+        std::memset(block, static_cast<int>(size % 251), size);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignof(void*), 0U);
+        EXPECT_GE(arena.bytes_from(block), size);
+        blocks.push_back(block);
+    }
+    size_t size = 1;
+    for (char* block : blocks) {
+        const auto is_own = [&](char c) { return static_cast<unsigned char>(c) == size % 251; };
+        EXPECT_TRUE(std::ranges::all_of(std::span(block, size), is_own)) << size;
+        EXPECT_TRUE(arena.holds(block));
+        size += 7;
+    }
+    char other = 0;
+    EXPECT_FALSE(arena.holds(&other));
+    EXPECT_FALSE(arena.give_back(&other));
+    EXPECT_FALSE(arena.give_back(nullptr));
+    for (char* block : blocks) {
+        EXPECT_TRUE(arena.give_back(block));
+    }
+    EXPECT_FALSE(arena.holds(blocks.front())) << "the last one of a chunk frees it";
+    EXPECT_FALSE(arena.holds(blocks.back()));
+}
+
+TEST(TextArena, RefusesLargeBlocks) {
+    wq::TextArena arena;
+    EXPECT_EQ(arena.take(20'000), nullptr);
+    EXPECT_EQ(arena.take(SIZE_MAX), nullptr);
+}
+
+#if defined(WQ_ADDRESS_SANITIZER)
+TEST(TextArena, ShowsWritesBesideABlock) {
+    wq::TextArena arena;
+    auto* block = static_cast<volatile char*>(arena.take(16));
+    EXPECT_DEATH(block[16] = 'x', "use-after-poison");
+    arena.give_back(const_cast<char*>(block));
+}
+
+TEST_F(FileTexts, ShowUsesAfterTheirEndAndAfterTheyWereFreed) {
+    volatile char* text = trap("t")->trapDescription;
+    EXPECT_DEATH(text[sizeof "what it is"] = 'x', "heap-buffer-overflow");
+    volatile trap_record* t = trap("t");
+    EXPECT_DEATH(
+        {
+            deleteTrapRecord("t");
+            t->severity = 3;
+        },
+        "use-after-poison|use-after-free");
+}
+#endif
 
 }  // namespace

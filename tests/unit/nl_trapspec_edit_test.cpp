@@ -4,8 +4,11 @@
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "support/random.h"
+#include "support/trap_conf.h"
 #include "support/trap_model.h"
 
 namespace {
@@ -285,6 +288,177 @@ TEST_F(InsertRecord, MakesNamesUnique) {
     EXPECT_STREQ(TrapModel::trap(enterprise_, "x", 6, 6)->name, "x_2");
     enterprise_info* other = TrapModel::enterprise({1, 3}, "other");
     EXPECT_STREQ(TrapModel::trap(other, "x", 6, 1)->name, "x_3") << "among all enterprises";
+}
+
+/* Models in which the lists alone are asked for names, and larger ones. */
+class Suffixes : public InsertRecord, public ::testing::WithParamInterface<int> {
+  protected:
+    void SetUp() override {
+        for (int i = 0; i < GetParam(); ++i) {
+            TrapModel::trap(enterprise_, "other" + std::to_string(i), 5, i);
+        }
+        for (int i = 0; i < 4; ++i) {
+            named_t_.push_back(insert_t());
+        }
+    }
+    trap_record* insert_t() { return TrapModel::trap(enterprise_, "t", 6, ++specific_); }
+
+    std::vector<trap_record*> named_t_; /* t, t_1, t_2, t_3 */
+    int specific_ = 0;
+};
+
+TEST_P(Suffixes, TakeTheFirstThatIsFreeAfterARenaming) {
+    EXPECT_STREQ(named_t_[3]->name, "t_3");
+    TrapModel::rename(named_t_[1], "renamed");
+    EXPECT_STREQ(insert_t()->name, "t_1");
+    EXPECT_STREQ(insert_t()->name, "t_4");
+}
+
+TEST_P(Suffixes, TakeTheFirstThatIsFreeAfterAnUnlinking) {
+    trap_record* kept = unlink(head_of(enterprise_), named_t_[3]);
+    EXPECT_STREQ(insert_t()->name, "t_3");
+    trap_record* also_kept = unlink(head_of(enterprise_), named_t_[1]);
+    EXPECT_STREQ(insert_t()->name, "t_1");
+    EXPECT_STREQ(insert_t()->name, "t_4");
+    free_trap_record(unlink(head_of(enterprise_), named_t_[2]));
+    EXPECT_STREQ(insert_t()->name, "t_2");
+    free_trap_record(kept);
+    free_trap_record(also_kept);
+}
+
+TEST_P(Suffixes, KnowNamesThatWereWrittenByHand) {
+    TrapModel::rename(nameToExactTrap("other7"), "t_4");
+    if (GetParam() > 1000) {
+        trapspec_relinked();
+    }
+    EXPECT_STREQ(insert_t()->name, "t_5");
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Suffixes, ::testing::Values(10, 300, 3000));
+
+/* Of the records with nodes the first one that holds for the first of `nodes` that one holds for.
+ */
+trap_record* holder_in_turn(enterprise_info* enterprise, const Texts& nodes) {
+    for (const std::string& node : nodes) {
+        for (trap_record* r = head_of(enterprise)->next; r != nullptr; r = r->next) {
+            if (r->nodeCnt > 0 && trapRecNodesMatch(r, node.c_str()) != 0) {
+                return r;
+            }
+        }
+    }
+    return nullptr;
+}
+
+class NodeSearch : public TrapConf {
+  protected:
+    NodeSearch()
+        : lists_({dir_.write("a", "n1\nn2 x\n"), dir_.write("b", "n3\n\n# n4\n"),
+                  dir_.path("none")}) {}
+
+    Texts some_nodes() {
+        Texts nodes;
+        for (uint32_t left = random_.between(0, 5); left > 0; --left) {
+            nodes.push_back(random_.one_in(8)
+                                ? lists_[random_.between(0, 2)]
+                                : std::string("n").append(std::to_string(random_.between(0, 40))));
+        }
+        return nodes;
+    }
+    static std::string block(const std::string& name, const Texts& nodes) {
+        std::string text = name + " {.1.3.6.1.4.1.9} 6 1 A 1 0 \"Error Events\"\nfmt\n";
+        for (size_t i = 0; i < nodes.size(); ++i) {
+            text.append(i == 0 ? "NODES " : " ").append(nodes[i]);
+        }
+        return text.append(nodes.empty() ? "" : "\n").append("SDESC\nEDESC\n");
+    }
+
+    Texts lists_;
+    Random random_;
+};
+
+constexpr char one_enterprise[] = "CATEGORY 2 \"Error Events\"\nnine {.1.3.6.1.4.1.9}\n";
+
+TEST_F(NodeSearch, UpdatesTheRecordThatASearchNodeByNodeFinds) {
+    SCOPED_TRACE(random_.name());
+    enterprise_info* e = TrapModel::enterprise({1, 3, 6, 1, 4, 1, 9}, "nine");
+    for (int i = 0; i < 300; ++i) {
+        const Texts nodes = some_nodes();
+        trap_record* expected =
+            nodes.empty() ? findExactTrapRecord(e, 6, 1, nullptr) : holder_in_turn(e, nodes);
+        trap_record* got = TrapModel::trap(e, "t" + std::to_string(i), 6, 1, nodes);
+        ASSERT_TRUE(expected == nullptr || expected == got) << i;
+        ASSERT_EQ(expected == nullptr,
+                  nodes_of(got) == nodes && got->name[0] == 't' && expected != got)
+            << i;
+        if (random_.one_in(10)) {
+            free_trap_record(unlink(head_of(e), head_of(e)->next));
+        }
+    }
+}
+
+TEST_F(NodeSearch, ReadsAFileAsItsBlocksWouldBeInserted) {
+    SCOPED_TRACE(random_.name());
+    std::string text = one_enterprise;
+    enterprise_info* e = TrapModel::enterprise({1, 3, 6, 1, 4, 1, 9}, "nine");
+    for (int i = 0; i < 300; ++i) {
+        const std::string name = "t" + std::to_string(i);
+        const Texts nodes = some_nodes();
+        text += block(name, nodes);
+        TrapModel::trap(e, name, 6, 1, nodes);
+    }
+    std::vector<std::pair<std::string, Texts>> expected;
+    for (trap_record* r = head_of(e)->next; r != nullptr; r = r->next) {
+        expected.emplace_back(r->name, nodes_of(r));
+    }
+    EXPECT_EQ(read(text), ConfRead());
+    std::vector<std::pair<std::string, Texts>> got;
+    for (trap_record* r = head_of(enterprise_list_head.next)->next; r != nullptr; r = r->next) {
+        got.emplace_back(r->name, nodes_of(r));
+    }
+    EXPECT_EQ(got, expected);
+}
+
+TEST_F(NodeSearch, ReadsNamesWithTheFirstSuffixThatIsFree) {
+    EXPECT_EQ(read(std::string(one_enterprise) + block("t", {"a"}) + block("t", {"b"}) +
+                   block("t", {"c"}) + block("x", {"b"}) + block("t", {"d"}) + block("t", {"e"})),
+              ConfRead());
+    Texts names;
+    for (const char* node : {"a", "b", "c", "d", "e"}) {
+        names.emplace_back(findExactTrapRecord(enterprise_list_head.next, 6, 1, node)->name);
+    }
+    EXPECT_EQ(names, (Texts{"t", "x", "t_2", "t_1", "t_3"}));
+}
+
+TEST_F(NodeSearch, ReadsGeneralRecordsOfTheSameNumbers) {
+    EXPECT_EQ(read(std::string(one_enterprise) + block("t", {}) + block("u", {"a"}) +
+                   block("v", {}) + block("w", {"a", "b"}) + block("x", {})),
+              ConfRead());
+    const enterprise_info* e = enterprise_list_head.next;
+    EXPECT_STREQ(e->trap_rec_list_head.next->name, "w");
+    EXPECT_STREQ(e->trap_rec_list_head.next->next->name, "x");
+    EXPECT_EQ(e->trap_rec_list_head.next->next->next, nullptr);
+}
+
+/* Hours, if each node were looked for in all records before it. */
+TEST_F(NodeSearch, ReadsManyRecordsOfTheSameNumbers) {
+    constexpr int records = 20'000;
+    std::string text = one_enterprise;
+    for (int i = 0; i < records; ++i) {
+        Texts nodes;
+        for (int n = 0; n < 20; ++n) {
+            nodes.push_back(std::to_string(i).append("-").append(std::to_string(n)));
+        }
+        text += block(i % 2 == 0 ? "same" : "t" + std::to_string(i), nodes);
+    }
+    EXPECT_EQ(read(text), ConfRead());
+    enterprise_info* e = enterprise_list_head.next;
+    int count = 0;
+    for (trap_record* r = head_of(e)->next; r != nullptr; r = r->next) {
+        ++count;
+    }
+    EXPECT_EQ(count, records);
+    EXPECT_STREQ(findExactTrapRecord(e, 6, 1, "0-19")->name, "same");
+    EXPECT_STREQ(findExactTrapRecord(e, 6, 1, "19998-0")->name, "same_9999");
 }
 
 TEST_F(InsertRecord, CutsNamesToTheField) {

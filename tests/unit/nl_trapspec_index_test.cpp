@@ -110,6 +110,46 @@ TEST(OrderedBlocks, KeepsItsOrderWhateverComesAndGoes) {
     EXPECT_TRUE(blocks.begin() == blocks.end());
 }
 
+TEST(ItemPool, TellsItsItemsFromOthers) {
+    struct Item {
+        char text[100];
+    };
+    struct Note {
+        int number = 0;
+    };
+    Random random;
+    SCOPED_TRACE(random.name());
+    wq::ItemPool<Item, Note> pool;
+    std::map<Item*, int> held;
+    Item other{};
+    for (int i = 1; i < 5000; ++i) {
+        Item* item = pool.take();
+        ASSERT_TRUE(std::ranges::all_of(item->text, [](char c) { return c == 0; }));
+        std::ranges::fill(item->text, 'x');
+        ASSERT_EQ(pool.note_of(item)->number, 0);
+        pool.note_of(item)->number = i;
+        ASSERT_TRUE(held.emplace(item, i).second);
+        for (int gone = random.one_in(500) ? 300 : 1; gone > 0 && !held.empty(); --gone) {
+            const auto some = held.lower_bound(item - random.between(0, 2000));
+            if (some != held.end() && random.one_in(2)) {
+                ASSERT_EQ(pool.note_of(some->first)->number, some->second);
+                ASSERT_TRUE(pool.give_back(some->first));
+                held.erase(some);
+            }
+        }
+    }
+    EXPECT_EQ(pool.note_of(&other), nullptr);
+    EXPECT_FALSE(pool.give_back(&other));
+    int notes = 0;
+    pool.for_each_note([&](const Note&) { ++notes; });
+    EXPECT_EQ(notes, static_cast<int>(held.size()));
+    for (const auto& [item, number] : held) {
+        EXPECT_EQ(pool.note_of(item)->number, number);
+        EXPECT_TRUE(pool.give_back(item));
+    }
+    pool.for_each_note([&](const Note&) { ADD_FAILURE(); });
+}
+
 /* An item that nobody may read: following a list as far as it ends the process. */
 template <class Item>
 class Tripwire {
@@ -394,6 +434,106 @@ TEST_P(Relinked, AnIdentifierChangedInPlace) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Relinked, ::testing::Values(8, 40, 200));
+
+/* Lists that are relinked as a whole, as programs tell. */
+class Retold : public Relinked {
+  protected:
+    /* Cuts out `count` records from the one of that place on and gives the first. */
+    trap_record* cut(enterprise_info* enterprise, int place, int count) {
+        trap_record* before = head_of(enterprise);
+        for (; place > 0; --place) {
+            before = before->next;
+        }
+        trap_record* first = before->next;
+        trap_record* last = first;
+        for (; count > 1; --count) {
+            last = last->next;
+        }
+        before->next = last->next;
+        last->next = nullptr;
+        return first;
+    }
+    void expect_names_as_in_lists() {
+        for (int i = 0; i < static_cast<int>(enterprises_.size()); ++i) {
+            for (int n = 0; n < GetParam(); n += 7) {
+                ASSERT_EQ(find_name(name(i, n)), walk_name(name(i, n))) << i << " " << n;
+            }
+        }
+    }
+};
+
+TEST_P(Retold, ARunMovesToAnotherEnterprise) {
+    enterprise_info* other = enterprises_[1];
+    const int run = GetParam() / 4 + 2;
+    trap_record* first = cut(e(), 1, run);
+    trap_record* last = first;
+    first->generic_trap = 7; /* after all others */
+    while (last->next != nullptr) {
+        last = last->next;
+        last->generic_trap = 7;
+    }
+    trap_record* end = head_of(other);
+    while (end->next != nullptr) {
+        end = end->next;
+    }
+    end->next = first;
+    trapspec_relinked();
+    EXPECT_EQ(find_name(last->name), (Named{other, last}));
+    EXPECT_EQ(findExactTrapRecord(other, 7, last->specific_trap, "node"), last);
+    trap_record* found = nullptr;
+    EXPECT_EQ(find_exact_trap_record(e(), 6, last->specific_trap, &found), -1);
+    EXPECT_EQ(delete_trap_record(e(), 6, last->specific_trap), -1);
+    EXPECT_EQ(delete_trap_record(other, 7, last->specific_trap), 0);
+    expect_all_right();
+    expect_names_as_in_lists();
+}
+
+TEST_P(Retold, ARunIsCutOutAndKept) {
+    trap_record* kept = cut(e(), 1, GetParam() - 2);
+    trapspec_relinked();
+    EXPECT_EQ(nameToExactTrap(kept->next->name), nullptr);
+    EXPECT_STREQ(TrapModel::trap(enterprises_[0], kept->name, 6, 1)->name, kept->name);
+    expect_all_right();
+    expect_names_as_in_lists();
+    while (trap_record* rec = kept) {
+        kept = rec->next;
+        free_trap_record(rec);
+    }
+    expect_all_right();
+}
+
+TEST_P(Retold, NamesAndNumbersAreRewritten) {
+    for (trap_record* r = head_of(e())->next; r != nullptr; r = r->next) {
+        r->specific_trap += 1000;
+        TrapModel::rename(r, "new" + std::to_string(r->specific_trap));
+    }
+    trapspec_relinked();
+    const int last = 1000 + 2 * (GetParam() - 1);
+    EXPECT_STREQ(by_numbers(some(), last)->name, ("new" + std::to_string(last)).c_str());
+    EXPECT_EQ(nameToExactTrap("new1000"), by_numbers(some(), 1000));
+    EXPECT_EQ(nameToExactTrap(name(some(), 0).c_str()), nullptr);
+    EXPECT_STREQ(TrapModel::trap(enterprises_[0], "new1002", 6, 1)->name, "new1002_1");
+    expect_all_right();
+}
+
+TEST_P(Retold, EnterprisesMoveAndSwapTheirRecords) {
+    enterprise_info* first = enterprises_[0];
+    std::swap(head_of(first)->next, head_of(e())->next);
+    enterprise_info* rest = e()->next;
+    e()->next = nullptr; /* the others are kept elsewhere */
+    trapspec_relinked();
+    EXPECT_EQ(find_name(name(some(), 1)), (Named{first, head_of(first)->next->next}));
+    EXPECT_EQ(nameToExactTrap(name(some() + 1, 0).c_str()), nullptr);
+    EXPECT_EQ(find_enterprise(enterprise_oid(some() + 1)), nullptr);
+    expect_all_right();
+    e()->next = rest;
+    trapspec_relinked();
+    EXPECT_EQ(find_enterprise(enterprise_oid(some() + 1)), rest);
+    expect_all_right();
+    expect_names_as_in_lists();
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Retold, ::testing::Values(8, 40, 100));
 
 /* Numbers so far apart that their differences change sign have no order but that of their list. */
 TEST(ModelIndexOrder, FollowsListsThatNoOrderHoldsFor) {

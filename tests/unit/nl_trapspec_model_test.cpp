@@ -7,6 +7,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/random.h"
@@ -54,13 +55,14 @@ class Storm {
             add_trap();
         }
         using Action = void (Storm::*)();
-        static constexpr std::array<Action, 18> actions = {
+        static constexpr std::array<Action, 21> actions = {
             &Storm::add_trap,         &Storm::add_trap,        &Storm::add_trap,
             &Storm::add_trap,         &Storm::add_enterprise,  &Storm::delete_by_numbers,
             &Storm::delete_by_name,   &Storm::delete_empty,    &Storm::drop_by_hand,
             &Storm::set_aside,        &Storm::bring_back,      &Storm::bring_back,
             &Storm::make_by_hand,     &Storm::rename_by_hand,  &Storm::renumber_by_hand,
-            &Storm::enterprise_aside, &Storm::enterprise_back, &Storm::make_enterprise};
+            &Storm::enterprise_aside, &Storm::enterprise_back, &Storm::make_enterprise,
+            &Storm::move_run,         &Storm::rewrite_names,   &Storm::cut_enterprises};
         for (uint32_t i = 0; i < shape_.steps && !::testing::Test::HasFailure(); ++i) {
             (this->*actions[random_.between(0, actions.size() - 1)])();
             for (int check = 0; check < 4; ++check) {
@@ -126,7 +128,7 @@ class Storm {
     }
 
     void add_trap() {
-        if (shape_.double_names && traps() >= 100) {
+        if (shape_.double_names && traps() >= 800) {
             return; /* a large model tells names apart only while hands keep them unique */
         }
         enterprise_info* e = some_enterprise();
@@ -231,6 +233,44 @@ class Storm {
     void make_enterprise() {
         link(TrapModel::handmade_enterprise(some_oid(),
                                             "m" + std::to_string(random_.between(0, 1000))));
+    }
+
+    /* Moves some records from the beginning of a list to the end of another. */
+    void move_run() {
+        enterprise_info* from = some_enterprise();
+        enterprise_info* to = some_enterprise();
+        trap_record* end = head_of(to);
+        while (end->next != nullptr) {
+            end = end->next;
+        }
+        for (uint32_t left = random_.between(0, 40); left > 0 && head_of(from)->next != nullptr;
+             --left) {
+            trap_record* rec = unlink(head_of(from), head_of(from)->next);
+            if (from == to && end == rec) {
+                end = head_of(to);
+            }
+            rec->generic_trap = end == head_of(to) ? 6 : end->generic_trap;
+            rec->specific_trap = end == head_of(to) ? 0 : end->specific_trap;
+            rec->next = end->next;
+            end->next = rec;
+            end = rec;
+        }
+        trapspec_relinked();
+    }
+    void rewrite_names() {
+        for (trap_record* rec : records_of(some_enterprise())) {
+            TrapModel::rename(rec, some_hand_name());
+        }
+        trapspec_relinked();
+    }
+    /* Some enterprises are gone and come back. */
+    void cut_enterprises() {
+        enterprise_info* before = some_enterprise();
+        enterprise_info* rest = std::exchange(before->next, nullptr);
+        trapspec_relinked();
+        compare();
+        before->next = rest;
+        trapspec_relinked();
     }
 
     void compare() {

@@ -1,7 +1,9 @@
-// What makes and frees the parts of a trap record.
+// What makes, frees and fetches the parts of a trap record.
 #pragma once
 
 #include <wqevents/configuration.h>
+
+#include <cstddef>
 
 namespace wq {
 
@@ -19,6 +21,16 @@ inline void release_element(trap_element* element) {
     if (element != nullptr) {
         release_texts(*element);
         doFree(element);
+    }
+}
+
+// Fetches the parts of a record, which may be null, that say what belongs to it.
+inline void prefetch_record(const trap_record* rec) {
+    if (rec != nullptr) {
+        __builtin_prefetch(rec);
+        __builtin_prefetch(&rec->description);
+        __builtin_prefetch(&rec->execargs_ptr);
+        __builtin_prefetch(&rec->alert_element);
     }
 }
 

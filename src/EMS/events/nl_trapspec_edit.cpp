@@ -250,19 +250,10 @@ void remove(enterprise_info& enterprise, trap_record* rec) {
     release_record(rec);
 }
 
-// Fetches what is looked at of a record when it is released.
-void prefetch(const trap_record* rec) {
-    const auto* first = reinterpret_cast<const char*>(rec);
-    __builtin_prefetch(first);
-    __builtin_prefetch(first + offsetof(trap_record, description));
-    __builtin_prefetch(first + offsetof(trap_record, execargs_ptr));
-    __builtin_prefetch(first + offsetof(trap_record, alert_element));
-}
-
 void release_enterprise_with_traps(enterprise_info* enterprise) {
     while (trap_record* rec = enterprise->trap_rec_list_head.next) {
         enterprise->trap_rec_list_head.next = rec->next;
-        prefetch(rec->next);
+        prefetch_record(rec->next);
         release_record(rec);
     }
     free_enterprise(enterprise);

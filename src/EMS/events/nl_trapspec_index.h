@@ -108,6 +108,9 @@ class ModelIndex {
     void free(trap_record* record);
     void free(enterprise_info* enterprise);
 
+    // How many records the library made and has not freed.
+    size_t records() const { return records_.size(); }
+
     // What the library does to the lists: called once it is done.
     void add(enterprise_info& enterprise);
     void add(enterprise_info& enterprise, trap_record& record, bool after_equals);
@@ -216,7 +219,7 @@ class ModelIndex {
     bool follows_names() const;
     NamedTrap known_trap(std::string_view name, uint32_t hash);
 
-    uint64_t seed() const { return reinterpret_cast<uintptr_t>(this) | 1U; }
+    uint64_t seed() const { return reinterpret_cast<uintptr_t>(tables_) | 1U; }
 
     ItemPool<trap_record, RecordNote> records_;
     ItemPool<enterprise_info, EnterpriseNote> enterprises_;

@@ -86,6 +86,9 @@ void ModelIndex::note_foreign(enterprise_info& enterprise, trap_record& record) 
 }
 
 void ModelIndex::renamed(trap_record& record) {
+    if (is_believed()) {
+        reading_->suffixes.clear();  // the old name may have had one
+    }
     RecordNote* note = note_of(record);
     const bool foreign = note == nullptr || note->owner == nullptr;
     if (tables_ == nullptr || (foreign && is_believed())) {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,6 +15,8 @@
 #include "EMS/events/internal/text_append.h"
 #include "EMS/events/nl_conflock.h"
 #include "EMS/events/nl_confreplace.h"
+#include "EMS/events/nl_trapspec.h"
+#include "EMS/events/nl_trapspec_index.h"
 
 namespace wq {
 namespace {
@@ -128,13 +131,25 @@ void append_traps(std::string& text) {
     for (const enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
         const std::string oid = oid_to_string(e->enterprise_oid, e->oid_len);
         for (const trap_record* rec = e->trap_rec_list_head.next; rec != nullptr; rec = rec->next) {
+            prefetch_record(rec->next);
             append_trap(text, *rec, oid);
         }
     }
 }
 
+// Room for a text as it usually is: one that grows is copied again and again.
+void reserve(std::string& text) {
+    constexpr std::size_t bytes_a_trap = 400;
+    try {
+        text.reserve(model_index.records() * bytes_a_trap);
+    } catch (const std::bad_alloc&) {
+        // It may need less.
+    }
+}
+
 std::string configuration_text() {
     std::string text;
+    reserve(text);
     append_header(text);
     append_categories(text);
     append_actions(text);

@@ -58,8 +58,9 @@ class Chunks {
         // The last ones are the largest.
         for (std::size_t i = count_.load(std::memory_order_acquire); i-- > 0;) {
             Chunk& chunk = all_[i];
-            if (address - chunk.begin.load(std::memory_order_relaxed) <
-                chunk.size.load(std::memory_order_relaxed)) {
+            const std::size_t size = chunk.size.load(std::memory_order_acquire);
+            if (address - chunk.begin.load(std::memory_order_acquire) < size &&
+                size == chunk.size.load(std::memory_order_relaxed)) {
                 return &chunk;
             }
         }

@@ -22,6 +22,7 @@ class ItemPool {
         open_ = chunk;
         Header* header = take_cell(*chunk);
         ++chunk->live;
+        ++size_;
         header->live = true;
         return item_of(header);
     }
@@ -35,6 +36,7 @@ class ItemPool {
         }
         header->live = false;
         header->note = Note();
+        --size_;
         forbid(item, sizeof(Item));
         header->next_unused = static_cast<Header*>(chunk->unused);
         chunk->unused = header;
@@ -44,6 +46,9 @@ class ItemPool {
         }
         return true;
     }
+
+    // How many items are in use.
+    std::size_t size() const { return size_; }
 
     // Null if the item is none of the pool's. Does not read the item.
     Note* note_of(const Item* item) {
@@ -117,6 +122,7 @@ class ItemPool {
 
     Chunks chunks_;
     Chunk* open_ = nullptr;  // where the next one probably comes from
+    std::size_t size_ = 0;
 };
 
 }  // namespace wq
