@@ -18,6 +18,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -119,11 +120,15 @@ class ExhaustedMemory : public ::testing::Test {
         const pid_t child = fork();
         if (child == 0) {
             dup2(said, STDERR_FILENO);
-            alarm(60);
+            alarm(20);
             row.prepare();
             fails_on = and_on;
             to_go = number;
-            row.call();
+            try {
+                row.call();
+            } catch (const std::bad_alloc&) {
+                _exit(call_broken);
+            }
             to_go = 0;
             _exit(has_failed ? (row.works_on() ? worked : call_broken) : had_fewer_allocations);
         }
@@ -158,6 +163,17 @@ class ExhaustedMemory : public ::testing::Test {
 };
 
 const std::function<void()> nothing = [] {};
+
+// What an event and a trap of this host ask the resolver for is then in its cache.
+void get_own_name() {
+    const uint32_t address = htonl(INADDR_LOOPBACK);
+    gethostbyaddr_new(&address, sizeof address, AF_INET);
+    const SocketPair pair = local_pair();
+    event_infoEMS channel{};
+    channel.sd = pair.ours.get();
+    channel.trans = 2;
+    send_event(&channel, 1, nullptr, "text", nullptr, nullptr);
+}
 
 bool is_read() {
     char* message = nullptr;
@@ -196,10 +212,11 @@ TEST_F(ExhaustedMemory, ReadingTheConfiguration) {
                    name_configuration();
                    return is_read();
                }});
+    const std::string file = dir_.path("vortd.conf");
     fail_each({"augmentTrapspecFile", [&] { name_configuration(), is_read(); },
                [&] {
                    char* message = nullptr;
-                   augmentTrapspecFile(&message, dir_.path("vortd.conf").c_str());
+                   augmentTrapspecFile(&message, file.c_str());
                },
                is_read});
     fail_each({"read_ferlospec_file", [&] { name_configuration(), is_read(); },
@@ -321,9 +338,10 @@ TEST_F(ExhaustedMemory, Formatting) {
         return trp_format(KMEVENTS_USER, &trap, text.data(), text.size(), vars.data(), &host, 0) >=
                0;
     };
-    fail_each({"trp_format", [&] { name_configuration(); }, [=] { format(); }, format});
     fail_each(
-        {"trp_format, read", [&] { name_configuration(), is_read(); }, [=] { format(); }, format});
+        {"trp_format", [&] { name_configuration(), get_own_name(); }, [=] { format(); }, format});
+    fail_each({"trp_format, read", [&] { name_configuration(), is_read(), get_own_name(); },
+               [=] { format(); }, format});
     fail_each({"makeFormatString", nothing,
                [] {
                    trap_element element{};
@@ -333,8 +351,9 @@ TEST_F(ExhaustedMemory, Formatting) {
 }
 
 TEST_F(ExhaustedMemory, Names) {
+    const std::string labels = dir_.path("oid_to_label");
     const auto parse = [&] {
-        parseOidFile(dir_.path("oid_to_label").c_str());
+        parseOidFile(labels.c_str());
         return oidTree != nullptr;
     };
     const auto use = [] {
@@ -362,19 +381,14 @@ TEST_F(ExhaustedMemory, Names) {
                    WQmib_get_mib_filename();
                },
                [] { return WQmib_load_mib() == 0; }});
-    fail_each({"gethostbyname_new", nothing,
-               [] {
-                   gethostbyname_new("127.0.0.1");
-                   gethostbyname_new("localhost");
-                   const uint32_t address = htonl(INADDR_LOOPBACK);
-                   gethostbyaddr_new(&address, sizeof address, AF_INET);
-               },
+    fail_each({"gethostbyname_new", nothing, [] { gethostbyname_new("127.0.0.1"); },
                [] { return gethostbyname_new("127.0.0.1") != nullptr; }});
 }
 
 TEST_F(ExhaustedMemory, CodePoints) {
+    const std::string points = dir_.path("codepoint.cat");
     const auto load = [&] {
-        codeptpath(dir_.path("codepoint.cat").c_str());
+        codeptpath(points.c_str());
         codeptcatinit();
         codeptpath(nullptr);
         codeptpath("");
@@ -387,21 +401,23 @@ TEST_F(ExhaustedMemory, CodePoints) {
 TEST_F(ExhaustedMemory, Channel) {
     std::string path = dir_.path("socket");
     const Fd listener = local_listener(path, 4096);
+    // The system's resolver is not this library's, and stands no failure.
+    const auto known = [] { get_own_name(); };
     const auto open_and_close = [&] {
         event_infoEMS channel{};
         const bool opened = open_event(&channel, 12, path.data(), 2) >= 0;
         close_event(&channel);
         return opened;
     };
-    fail_each({"open_event", nothing, [=] { open_and_close(); }, open_and_close});
+    fail_each({"open_event", known, [=] { open_and_close(); }, open_and_close});
     const auto open_by_name = [] {
-        std::string name = "127.0.0.1";
+        std::array<char, 10> name{"127.0.0.1"};
         event_infoEMS channel{};
         const bool opened = open_event(&channel, 4, name.data(), 1) >= 0;
         close_event(&channel);
         return opened;
     };
-    fail_each({"open_event by name", nothing, [=] { open_by_name(); }, open_by_name});
+    fail_each({"open_event by name", known, [=] { open_by_name(); }, open_by_name});
     const auto exchange = [] {
         const SocketPair pair = local_pair();
         event_infoEMS ours{};
@@ -416,8 +432,8 @@ TEST_F(ExhaustedMemory, Channel) {
         return send_event(&ours, 1, "host", "text", nullptr, nullptr) == 0 &&
                recv_event(&peer, &trap, vars.data()) > 0;
     };
-    fail_each({"send_event, recv_event", nothing, [=] { exchange(); }, exchange});
-    fail_each({"sendFMTCHGevent", [&] { name_configuration(); },
+    fail_each({"send_event, recv_event", known, [=] { exchange(); }, exchange});
+    fail_each({"sendFMTCHGevent", [&] { name_configuration(), known(); },
                [] {
                    char* message = nullptr;
                    sendFMTCHGevent("editor", 12, &message);
@@ -442,9 +458,10 @@ TEST_F(ExhaustedMemory, Channel) {
 
 TEST_F(ExhaustedMemory, LogsAndMessages) {
     setenv("WQULOG", dir_.path("log").c_str(), 1);
+    const std::string text(3000, 't');
+    const std::string trace = dir_.path("trace");
     const auto log = [&] {
-        const std::string text(3000, 't');
-        open_trace_log(dir_.path("trace").c_str());
+        open_trace_log(trace.c_str());
         log_trace("routine", "%s", text.c_str());
         logger(1, "routine", "%s", text.c_str());
         const std::array<unsigned char, 200> bytes{};
