@@ -68,18 +68,18 @@ WQEVENTS_API extern const uint32_t TA_PC_CODEPOINTS[7];
  * overwrites; the alerts before the error stay attached. After an error in a record's body the file
  * stays open and locked until the alert configuration is opened again.
  */
-WQEVENTS_API int read_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int read_ferlospec_file(char** errmsg);
 
 /*
  * write_ferlospec_file: replaces the alert configuration with the alerts of the trap records in
  * memory. Returns 0, or a non-zero value when the file cannot be opened or locked, with `*errmsg`
  * pointed at a text of the library's.
  */
-WQEVENTS_API int write_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int write_ferlospec_file(char** errmsg);
 
 /* print_ferlo_rec: writes the alert of one trap; `oid` and `len` are its enterprise's. */
 WQEVENTS_API void print_ferlo_rec(FILE* stream, trap_record* rec, const uint32_t* oid,
-                                  uint32_t len) WQEVENTS_NOEXCEPT;
+                                  uint32_t len);
 
 /*
  * insert_malloc_alert_record: attaches `list`, which becomes the record's, to the trap configured
@@ -88,11 +88,10 @@ WQEVENTS_API void print_ferlo_rec(FILE* stream, trap_record* rec, const uint32_t
  * trap; the list is then still the caller's.
  */
 WQEVENTS_API int insert_malloc_alert_record(enterprise_info* enterprise, const char* name,
-                                            int generic, int specific,
-                                            alert_record* list) WQEVENTS_NOEXCEPT;
+                                            int generic, int specific, alert_record* list);
 
 /* delete_ferlo_record: frees the record's alert and clears `alert_element`. */
-WQEVENTS_API void delete_ferlo_record(trap_record* rec) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void delete_ferlo_record(trap_record* rec);
 
 /*
  * The renderers below append to the terminated text in `buffer`, whose whole length is `buflen`,
@@ -104,42 +103,41 @@ WQEVENTS_API void delete_ferlo_record(trap_record* rec) WQEVENTS_NOEXCEPT;
 
 /* call_formatZYNcp: formatZYNcp(). */
 WQEVENTS_API void call_formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count,
-                                   int index) WQEVENTS_NOEXCEPT;
+                                   int index);
 
 /*
  * formatZYNcp: appends the alert subvector that starts at `var`, as its object identifier tells;
  * nothing for a binding of none. Its first call sets the locale from the environment and loads the
  * catalogue; without one code points show as four hexadecimal digits.
  */
-WQEVENTS_API void formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count,
-                              int index) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count, int index);
 
 /*
  * formatsv: causes (set 3 user, 4 install, 5 failure) with their detailed data, and after them the
  * recommended actions with theirs.
  */
 WQEVENTS_API void formatsv(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                           int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT;
+                           int svoid_bytes, int set, int count, int index);
 
 /* formatsvga: the generic alert (set 1), a line for each code point. */
 WQEVENTS_API void formatsvga(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                             int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT;
+                             int svoid_bytes, int set, int count, int index);
 
 /* formatsvpc: the probable causes (set 2), a line for each. */
 WQEVENTS_API void formatsvpc(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                             int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT;
+                             int svoid_bytes, int set, int count, int index);
 
 /* formatsvdd: detailed data (set 7), a line for each: the identifier's text and the value. */
 WQEVENTS_API void formatsvdd(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                             int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT;
+                             int svoid_bytes, int set, int count, int index);
 
 /* formatsvsdc: self-defining data: for each value the identifier's text (set 7) and the value. */
 WQEVENTS_API void formatsvsdc(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                              int svoid_bytes, int count, int index) WQEVENTS_NOEXCEPT;
+                              int svoid_bytes, int count, int index);
 
 /* formatsvpsid: the product set identification, a captioned line for each text. */
 WQEVENTS_API void formatsvpsid(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                               int svoid_bytes, int count, int index) WQEVENTS_NOEXCEPT;
+                               int svoid_bytes, int count, int index);
 
 /*
  * codeptcatinit: loads the code point catalogue from the path that codeptpath() set or finds; a
@@ -147,13 +145,13 @@ WQEVENTS_API void formatsvpsid(char* buffer, int buflen, SnmpVarBindEMS* var, co
  * when its header is bad, it holds no entries or it ends within them. What was loaded before stays
  * when the file cannot be read.
  */
-WQEVENTS_API int codeptcatinit(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int codeptcatinit(void);
 
 /*
  * codeptpath: sets the catalogue's path, which is copied. With null, and while no path is set,
  * looks for "codepoint.cat" along the environment variable NLSPATH and then in the system's places.
  */
-WQEVENTS_API void codeptpath(const char* path) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void codeptpath(const char* path);
 
 /*
  * codeptstr: the text of code point `id` in `set`: 1 alert types, 2 probable causes, 3 user causes,
@@ -162,19 +160,19 @@ WQEVENTS_API void codeptpath(const char* path) WQEVENTS_NOEXCEPT;
  * text; "-" for another set. The text is the library's and stays readable; that of digits changes
  * with the next call that shows digits.
  */
-WQEVENTS_API const char* codeptstr(int set, int id) WQEVENTS_NOEXCEPT;
+WQEVENTS_API const char* codeptstr(int set, int id);
 
 /*
  * cecmp: the order of the entries in memory, by set and then code point, ascending; `a` and `b`
  * point to cp_entry, and the result is that of a comparison function for qsort().
  */
-WQEVENTS_API int cecmp(const void* a, const void* b) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int cecmp(const void* a, const void* b);
 
 /*
  * cread: reads the next `n` bytes of the open catalogue into `buf`. Returns the number of bytes
  * read, fewer at its end; 0 while none is open.
  */
-WQEVENTS_API int cread(void* buf, int n) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int cread(void* buf, int n);
 
 WQEVENTS_END_DECLS
 

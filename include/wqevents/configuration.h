@@ -197,14 +197,14 @@ WQEVENTS_API extern int trace_vortdconf;
  * `*errmsg` and does not change the result. A line of more than 51197 characters between two blocks
  * ends the file there, with result 0 and "Line too long" in `*errmsg`.
  */
-WQEVENTS_API int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int read_trapspec_file(char** errmsg);
 
 /*
  * augmentTrapspecFile: reads the file `path` into the model in memory: its categories, actions,
  * enterprises and traps are added to what is there or replace it. `*errmsg` and the result as
  * read_trapspec_file(), with a text of its own.
  */
-WQEVENTS_API int augmentTrapspecFile(char** errmsg, const char* path) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int augmentTrapspecFile(char** errmsg, const char* path);
 
 /*
  * insertMallocTrapRecord: adds a trap to `enterprise`, or updates the one with the same numbers and
@@ -222,36 +222,37 @@ WQEVENTS_API int augmentTrapspecFile(char** errmsg, const char* path) WQEVENTS_N
  *
  * Returns the record, or null when `enterprise` or `name` is null.
  */
-WQEVENTS_API trap_record* insertMallocTrapRecord(
-    enterprise_info* enterprise, const char* name, int generic, int specific, int nodeCnt,
-    char** nodeList, int category, char source, char* rawformat, char* rawexec, char* rawdisplay,
-    char* description, int severity, int status, int forward, const char* eventClass, int slotCnt,
-    char** slotNames, char** slotVals) WQEVENTS_NOEXCEPT;
+WQEVENTS_API trap_record* insertMallocTrapRecord(enterprise_info* enterprise, const char* name,
+                                                 int generic, int specific, int nodeCnt,
+                                                 char** nodeList, int category, char source,
+                                                 char* rawformat, char* rawexec, char* rawdisplay,
+                                                 char* description, int severity, int status,
+                                                 int forward, const char* eventClass, int slotCnt,
+                                                 char** slotNames, char** slotVals);
 
 /*
  * trpFmtAddSourceToList: appends a copy of `name` to the array `*list` of `*count` strings with
  * room for `*capacity`, growing it by 20 entries when it is full. Start with 0, 0 and null.
  */
-WQEVENTS_API void trpFmtAddSourceToList(int* count, int* capacity, char*** list,
-                                        const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void trpFmtAddSourceToList(int* count, int* capacity, char*** list, const char* name);
 
 /*
  * doMalloc: `size` bytes (0 counts as 1), all zero. When memory is exhausted it and the next two
  * say so on the standard error stream and end the process with status 1, so they never fail.
  */
-WQEVENTS_API void* doMalloc(size_t size) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void* doMalloc(size_t size);
 
 /* doRealloc: `p` (null: new memory) with room for `size` bytes; what it grew by is not cleared. */
-WQEVENTS_API void* doRealloc(void* p, size_t size) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void* doRealloc(void* p, size_t size);
 
 /* doStrdup: a copy of `s`; null for null. */
-WQEVENTS_API char* doStrdup(const char* s) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* doStrdup(const char* s);
 
 /*
  * doFree: frees what the three above returned and the texts and lists of the model, which free()
  * does not take. Null does nothing.
  */
-WQEVENTS_API void doFree(void* p) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void doFree(void* p);
 
 /*
  * makeFormatString: compiles the format text `raw` into `element`, which is all zero or holds an
@@ -263,7 +264,7 @@ WQEVENTS_API void doFree(void* p) WQEVENTS_NOEXCEPT;
  *   - "$$" becomes one "$"; the tokens after the 79th stay in the text.
  * Where either pointer is null, nothing is done and `raw` stays the caller's.
  */
-WQEVENTS_API void makeFormatString(char* raw, trap_element* element) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void makeFormatString(char* raw, trap_element* element);
 
 /*
  * interpret_esc_sequences: copies `in` to `out`, terminated, with its escapes interpreted: \" \' \\
@@ -271,13 +272,13 @@ WQEVENTS_API void makeFormatString(char* raw, trap_element* element) WQEVENTS_NO
  * and the character of any other pair are dropped. "%" and "%%" both become "%%". `out` needs at
  * most twice the length of `in` and one byte; it must not overlap `in`.
  */
-WQEVENTS_API void interpret_esc_sequences(const char* in, char* out) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void interpret_esc_sequences(const char* in, char* out);
 
 /*
  * suck_a_char: removes the character at `position`, of one or two bytes in the current locale, by
  * moving the rest of the text to the left. Nothing is removed from an empty text.
  */
-WQEVENTS_API void suck_a_char(char* position) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void suck_a_char(char* position);
 
 /*
  * write_trapspec_file: replaces the contents of `stream`, normally from lockVortdConfFile(), with
@@ -287,17 +288,16 @@ WQEVENTS_API void suck_a_char(char* position) WQEVENTS_NOEXCEPT;
  * and the file has its old contents. Only if these could not be put back, its first line is "!",
  * which the next read reports.
  */
-WQEVENTS_API int write_trapspec_file(FILE* stream) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int write_trapspec_file(FILE* stream);
 
 /* print_trap_rec: writes one trap block; `oid` and `len` are its enterprise's. */
-WQEVENTS_API void print_trap_rec(FILE* stream, trap_record* rec, const uint32_t* oid,
-                                 uint32_t len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void print_trap_rec(FILE* stream, trap_record* rec, const uint32_t* oid, uint32_t len);
 
 /*
  * oid_to_string: the first 100 of `len` sub-identifiers, joined by '.', without a leading dot. The
  * text is the library's and overwritten by the next call. Null for a null `oid`.
  */
-WQEVENTS_API char* oid_to_string(const uint32_t* oid, uint32_t len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* oid_to_string(const uint32_t* oid, uint32_t len);
 
 /*
  * oidcmp: compares two object identifiers. Negative where a sorts first, 0 for equal ones, positive
@@ -305,46 +305,42 @@ WQEVENTS_API char* oid_to_string(const uint32_t* oid, uint32_t len) WQEVENTS_NOE
  * taken as signed; where one is the beginning of the other, the longer one sorts first and the
  * result is the number of sub-identifiers more.
  */
-WQEVENTS_API int oidcmp(const uint32_t* a, const uint32_t* b, uint32_t alen,
-                        uint32_t blen) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int oidcmp(const uint32_t* a, const uint32_t* b, uint32_t alen, uint32_t blen);
 
 /*
  * insert_enterprise: adds an enterprise with copies of `oid` and `name`; one with the same object
  * identifier is renamed. Returns 0, -1 for a null pointer.
  */
-WQEVENTS_API int insert_enterprise(const uint32_t* oid, uint32_t len,
-                                   const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int insert_enterprise(const uint32_t* oid, uint32_t len, const char* name);
 
 /*
  * find_enterprise: points `*result` at the enterprise that is `oid` or its longest beginning, or at
  * null. The enterprise stays the model's.
  */
-WQEVENTS_API int find_enterprise(const uint32_t* oid, uint32_t len,
-                                 enterprise_info** result) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int find_enterprise(const uint32_t* oid, uint32_t len, enterprise_info** result);
 
 /*
  * find_enterprise_relative: find_enterprise() that starts at `*start_and_result`, which it replaces
  * by the result. A null start finds nothing.
  */
 WQEVENTS_API int find_enterprise_relative(const uint32_t* oid, uint32_t len,
-                                          enterprise_info** start_and_result) WQEVENTS_NOEXCEPT;
+                                          enterprise_info** start_and_result);
 
 /*
  * delete_enterprise_record: unlinks and frees an enterprise. Returns 0, or -1 while it has trap
  * records or when it is not in the list.
  */
-WQEVENTS_API int delete_enterprise_record(enterprise_info* enterprise) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int delete_enterprise_record(enterprise_info* enterprise);
 
 /* name_to_enterprise: points `*result` at the first enterprise of exactly that name, or at null. */
-WQEVENTS_API int name_to_enterprise(const char* name, enterprise_info** result) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int name_to_enterprise(const char* name, enterprise_info** result);
 
 /*
  * oid_to_name: copies the name of the enterprise that find_enterprise() finds into the `size` bytes
  * of `buffer`. Returns 0; -1, with an empty text where `size` allows, when there is none or its
  * name with the terminator does not fit.
  */
-WQEVENTS_API int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer,
-                             int size) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer, int size);
 
 /*
  * cname_to_oid: reads decimal numbers, separated by any run of blanks, tabs, commas and dots, into
@@ -352,35 +348,34 @@ WQEVENTS_API int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer,
  * `text`; of a number beyond 32 bits the lower 32 count. Returns 0 when the text ends, 1 at any
  * other character, -1 for a null pointer.
  */
-WQEVENTS_API int cname_to_oid(const char* text, uint32_t* oid, int* count) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int cname_to_oid(const char* text, uint32_t* oid, int* count);
 
 /*
  * trapRecNodesMatch: 1 if the record holds for the node, else 0. A record without nodes holds for
  * all, one with nodes not for null. A node of the list that begins with '/' names a file with a
  * node a line; one that cannot be opened ends the search with 0.
  */
-WQEVENTS_API int trapRecNodesMatch(trap_record* rec, const char* node) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int trapRecNodesMatch(trap_record* rec, const char* node);
 
 /*
  * findExactTrapRecord: the first record with these numbers that holds for `node`, which may be null
  * (trapRecNodesMatch()); null when there is none. The record stays the model's.
  */
 WQEVENTS_API trap_record* findExactTrapRecord(enterprise_info* enterprise, int generic,
-                                              int specific, const char* node) WQEVENTS_NOEXCEPT;
+                                              int specific, const char* node);
 
 /*
  * find_exact_trap_record: points `*result` at the first record with these numbers, whatever its
  * nodes, or at null.
  */
 WQEVENTS_API int find_exact_trap_record(enterprise_info* enterprise, int generic, int specific,
-                                        trap_record** result) WQEVENTS_NOEXCEPT;
+                                        trap_record** result);
 
 /*
  * delete_trap_record: removes and frees what find_exact_trap_record() finds. Returns 0, or -1 when
  * there is none.
  */
-WQEVENTS_API int delete_trap_record(enterprise_info* enterprise, int generic,
-                                    int specific) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int delete_trap_record(enterprise_info* enterprise, int generic, int specific);
 
 /*
  * nameToTrapAndEnterprise: points `*rec` and `*enterprise` at the first record, in the order of the
@@ -388,53 +383,53 @@ WQEVENTS_API int delete_trap_record(enterprise_info* enterprise, int generic,
  * and at its enterprise. Returns 0, or -1 when there is none.
  */
 WQEVENTS_API int nameToTrapAndEnterprise(const char* name, trap_record** rec,
-                                         enterprise_info** enterprise) WQEVENTS_NOEXCEPT;
+                                         enterprise_info** enterprise);
 
 /* nameToExactTrap: the record that nameToTrapAndEnterprise() finds, or null. */
-WQEVENTS_API trap_record* nameToExactTrap(const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API trap_record* nameToExactTrap(const char* name);
 
 /* deleteTrapRecord: removes and frees the record of that name. Returns 0, or -1: there is none. */
-WQEVENTS_API int deleteTrapRecord(const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int deleteTrapRecord(const char* name);
 
 /*
  * deleteTrapAction: removes the first action of that name from the table, which shrinks. Returns 0,
  * or 1 when there is none.
  */
-WQEVENTS_API int deleteTrapAction(const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int deleteTrapAction(const char* name);
 
 /* freeAction: frees an action's strings; the entry itself stays the caller's. */
-WQEVENTS_API void freeAction(actionCmd* action) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void freeAction(actionCmd* action);
 
 /* freeAllActions: frees all actions and their table and leaves it empty. */
-WQEVENTS_API void freeAllActions(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void freeAllActions(void);
 
 /*
  * free_trap_record: frees a record with all it owns, its alert included: one that the library made,
  * which nothing else frees, or one of the program's from doMalloc(). It must have been unlinked.
  */
-WQEVENTS_API void free_trap_record(trap_record* rec) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void free_trap_record(trap_record* rec);
 
 /*
  * free_enterprise: frees an enterprise, its name and its object identifier, but not its trap
  * records: one that the library made, which nothing else frees, or one of the program's from
  * doMalloc(). It must have been unlinked.
  */
-WQEVENTS_API void free_enterprise(enterprise_info* enterprise) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void free_enterprise(enterprise_info* enterprise);
 
 /* free_all_info: frees the whole model: enterprises, trap records, category names and actions. */
-WQEVENTS_API void free_all_info(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void free_all_info(void);
 
 /*
  * trapspec_relinked: tells that the lists were relinked or names and numbers rewritten by hand.
  * After it every look-up and edit goes by the lists as they are.
  */
-WQEVENTS_API void trapspec_relinked(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void trapspec_relinked(void);
 
 /*
  * setVortdConfFile: names the configuration file; the name is copied. Null or an empty name returns
  * to the default of getVortdConfFile().
  */
-WQEVENTS_API void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void setVortdConfFile(const char* name);
 
 /*
  * getVortdConfFile: the name of the configuration file. Where none is set it is computed once and
@@ -442,14 +437,14 @@ WQEVENTS_API void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT;
  * configuration directory. The text is the library's and stays readable; setVortdConfFile() may
  * overwrite it. Null when memory is exhausted.
  */
-WQEVENTS_API char* getVortdConfFile(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* getVortdConfFile(void);
 
 /*
  * fopenConfFile: opens the configuration file as fopen() with `mode` does; for reading only, a FIFO
  * does not wait for its writer and a directory is refused. `*name` is pointed at the file's name,
  * which stays the library's. Returns the stream, the caller's to close, or null.
  */
-WQEVENTS_API FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API FILE* fopenConfFile(const char* mode, char** name);
 
 /*
  * lockVortdConfFile: opens the configuration file for reading and writing and takes an exclusive
@@ -459,7 +454,7 @@ WQEVENTS_API FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEP
  * Returns the stream with `*message` null, or null with a text in `*message` that the caller gives
  * to free().
  */
-WQEVENTS_API FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT;
+WQEVENTS_API FILE* lockVortdConfFile(char** message);
 
 /*
  * open_ferlo_lock_file: opens and locks the alert configuration, the file that the environment
@@ -471,8 +466,7 @@ WQEVENTS_API FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT;
  * Returns 0 (also where the system refuses for another reason than a holder), -1 when the file
  * cannot be opened, -2 when the lock is held elsewhere; the stream is then open, without the lock.
  */
-WQEVENTS_API int open_ferlo_lock_file(const char* mode, FILE** stream,
-                                      char** name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int open_ferlo_lock_file(const char* mode, FILE** stream, char** name);
 
 /*
  * sendFMTCHGevent: tells the daemon that `program` changed the configuration file, by event

@@ -15,8 +15,9 @@
 #define WQEVENTS_API __attribute__((visibility("default")))
 
 /*
- * No function of the library throws. Only the library's own build says so in the type, so that a
- * caller may repeat or replace a prototype exactly as C spells it.
+ * No function of the library throws. Those that may wait unwind the stack of a thread that is
+ * cancelled; the others are marked, and are no place where that happens. Only the library's own
+ * build says so in the type, so that a caller may repeat a prototype exactly as C spells it.
  */
 #if defined(WQEVENTS_BUILD) && defined(__cplusplus)
 #define WQEVENTS_NOEXCEPT noexcept

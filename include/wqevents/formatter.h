@@ -53,7 +53,7 @@ WQEVENTS_API extern const char* trpAllSourcesStr;
  */
 WQEVENTS_API int trp_format(int user_module, snmp_trap_infoEMS* sti, char* buffer,
                             int max_buffer_len, SnmpVarBindEMS* vars, char** host_name,
-                            time_t logTime) WQEVENTS_NOEXCEPT;
+                            time_t logTime);
 
 /*
  * find_trap_format: points `*rec` at the configured record for a trap with these numbers from
@@ -64,7 +64,7 @@ WQEVENTS_API int trp_format(int user_module, snmp_trap_infoEMS* sti, char* buffe
  */
 WQEVENTS_API void find_trap_format(const uint32_t* oid, uint32_t len, int generic, int specific,
                                    trap_record** rec, enterprise_info** enterprise,
-                                   const char* hostname) WQEVENTS_NOEXCEPT;
+                                   const char* hostname);
 
 /*
  * trap_sprintf: expands a compiled format for a trap into the `size` bytes of `buf`. `contact`,
@@ -74,7 +74,7 @@ WQEVENTS_API void find_trap_format(const uint32_t* oid, uint32_t len, int generi
  */
 WQEVENTS_API void trap_sprintf(char* buf, int size, trap_element* element, snmp_trap_infoEMS* sti,
                                SnmpVarBindEMS* vars, const char* contact, const char* location,
-                               const char* description) WQEVENTS_NOEXCEPT;
+                               const char* description);
 
 /*
  * format_arg: renders binding `arg_num`, counted from 1, as the kind `arg_type` (substitute_arg)
@@ -82,48 +82,46 @@ WQEVENTS_API void trap_sprintf(char* buf, int size, trap_element* element, snmp_
  * an error text.
  */
 WQEVENTS_API void format_arg(int arg_num, int arg_type, snmp_trap_infoEMS* sti, char* buffer,
-                             int buflen, SnmpVarBindEMS* vars) WQEVENTS_NOEXCEPT;
+                             int buflen, SnmpVarBindEMS* vars);
 
 /*
  * trpFmtSprintNodes: the record's nodes, separated by blanks, or trpAllSourcesStr; "..." stands for
  * those that do not fit.
  */
-WQEVENTS_API void trpFmtSprintNodes(trap_record* rec, char* sourceBuf,
-                                    int sourceBufLen) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void trpFmtSprintNodes(trap_record* rec, char* sourceBuf, int sourceBufLen);
 
 /*
  * isTrapJW: 1 if the trap is one of the platform's own events, else 0: generic trap 6 of an
  * enterprise at or below 1.3.6.1.4.1.2.6.3, and bit 25 of the specific number is set or it lies
  * from 1001 to 2000. `enterprise` has at least 9 sub-identifiers, or is null.
  */
-WQEVENTS_API int isTrapJW(int generic, int specific, const uint32_t* enterprise) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isTrapJW(int generic, int specific, const uint32_t* enterprise);
 
 /*
  * isKMEnterprise, isQRMEnterprise, isVEBEnterprise: 1 if the enterprise is at or below
  * 1.3.6.1.4.1.2.6.3, 1.3.6.1.4.1.2.6.12 and 1.3.6.1.4.1.5593, else 0; 0 for null. `enterprise` has
  * at least as many sub-identifiers as these.
  */
-WQEVENTS_API int isKMEnterprise(const uint32_t* enterprise) WQEVENTS_NOEXCEPT;
-WQEVENTS_API int isQRMEnterprise(const uint32_t* enterprise) WQEVENTS_NOEXCEPT;
-WQEVENTS_API int isVEBEnterprise(const uint32_t* enterprise) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int isKMEnterprise(const uint32_t* enterprise);
+WQEVENTS_API int isQRMEnterprise(const uint32_t* enterprise);
+WQEVENTS_API int isVEBEnterprise(const uint32_t* enterprise);
 
 /*
  * formatValue: the value of a binding, by its type: integers in decimal, or by name where the tree
  * knows the binding's identifier followed by the value; texts as formatOctetString(), identifiers
  * by name or as formatObjectID(), addresses as host name or dotted.
  */
-WQEVENTS_API void formatValue(char* buf, int buflen, SnmpVarBindEMS* var) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void formatValue(char* buf, int buflen, SnmpVarBindEMS* var);
 
 /* formatKind: the name of a binding's type; empty where `buflen` is below 30. */
-WQEVENTS_API void formatKind(char* buf, int buflen, SnmpVarBindEMS* var) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void formatKind(char* buf, int buflen, SnmpVarBindEMS* var);
 
 /*
  * formatOctetString: `len` bytes as text, or as "0x" and pairs of hexadecimal digits where more
  * than half of them are not printable (with `strictHex`: one), they are no text in the current
  * locale, or `len` is negative, which shows none.
  */
-WQEVENTS_API void formatOctetString(char* buf, int buflen, const unsigned char* oct,
-                                    int len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void formatOctetString(char* buf, int buflen, const unsigned char* oct, int len);
 
 /*
  * formatObjectID: an object identifier of `len` sub-identifiers at `*buf_ptr`, which has room for
@@ -131,33 +129,32 @@ WQEVENTS_API void formatOctetString(char* buf, int buflen, const unsigned char* 
  * gives dotted numbers, 1 names where they are known. Below 10 bytes of room the text is empty.
  */
 WQEVENTS_API void formatObjectID(char** buf_ptr, int* buflenptr, const uint32_t* obj, int len,
-                                 int printName) WQEVENTS_NOEXCEPT;
+                                 int printName);
 
 /*
  * formatEnterprise: the trap's enterprise; `as_string` non-zero: by name where one is known,
  * 0: dotted numbers.
  */
-WQEVENTS_API void formatEnterprise(char* buf, int buflen, snmp_trap_infoEMS* sti,
-                                   int as_string) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void formatEnterprise(char* buf, int buflen, snmp_trap_infoEMS* sti, int as_string);
 
 /* formatCommunity: the trap's community, as formatOctetString(). */
-WQEVENTS_API void formatCommunity(char* buf, int buflen, snmp_trap_infoEMS* sti) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void formatCommunity(char* buf, int buflen, snmp_trap_infoEMS* sti);
 
 /* stringToSeverity: the number of a severity's name, compared exactly; 0 for another name. */
-WQEVENTS_API int stringToSeverity(const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int stringToSeverity(const char* name);
 
 /*
  * severityToString: 0 "Cleared", 1 "Indeterminate", 2 "Warning", 3 "Minor", 4 "Critical",
  * 5 "Major", else "Unknown"; a constant text, never null.
  */
-WQEVENTS_API const char* severityToString(int number) WQEVENTS_NOEXCEPT;
+WQEVENTS_API const char* severityToString(int number);
 
 /*
  * DRXEvtTimeInt2String: writes the interval `*lpData`, in hundredths of a second, into `pcString`,
  * which has room for 10 bytes: a number and d, h, m or s, the largest unit that tells it exactly to
  * the second; "0s" below one second. Returns 0, -1 for a null pointer.
  */
-WQEVENTS_API int DRXEvtTimeInt2String(const uint32_t* lpData, char* pcString) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int DRXEvtTimeInt2String(const uint32_t* lpData, char* pcString);
 
 WQEVENTS_END_DECLS
 

@@ -3,9 +3,9 @@
  *
  * Two kinds of line: a local mapping, "name"=OID, names the beginning of an identifier that later
  * lines refer to as ${name}; any other line, OID="name", names one identifier, or a range of them
- * where the OID holds x(first..last). No blank stands beside the equals sign. '#' begins a comment, a trailing backslash continues a line.
- * Malformed lines are skipped, no messages are issued. State is process-wide, for one thread at a
- * time.
+ * where the OID holds x(first..last). No blank stands beside the equals sign. '#' begins a comment,
+ * a trailing backslash continues a line. Malformed lines are skipped, no messages are issued. State
+ * is process-wide, for one thread at a time.
  *
  * Trees may be walked and built by hand, and names be exchanged, at any time. A node that the
  * library put into a tree keeps its value and its place among its siblings, though others may be
@@ -55,7 +55,7 @@ WQEVENTS_API extern oidnode* oidTree;
  * old one and the local mappings, and stores the tree there. Returns its root, or null when the
  * file cannot be opened. When it cannot be read the result is null and `oidTree` stays as it was.
  */
-WQEVENTS_API oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oidnode* parseOidFile(const char* path);
 
 /*
  * TreeParseOidFile: reads a file into a new tree, after freeing `tree` and the local mappings; a
@@ -63,10 +63,10 @@ WQEVENTS_API oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT;
  * oidFreeTree(), or null when the file cannot be opened or read. A line whose identifier cannot be
  * entered ends the file, unless it has a range.
  */
-WQEVENTS_API oidnode* TreeParseOidFile(oidnode* tree, const char* path) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oidnode* TreeParseOidFile(oidnode* tree, const char* path);
 
 /* insertOid: TreeInsertOid() into `oidTree`. */
-WQEVENTS_API oidnode* insertOid(const char* oidtext, oiddata* data) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oidnode* insertOid(const char* oidtext, oiddata* data);
 
 /*
  * TreeInsertOid: names the identifier that `oidtext` spells: unsigned numbers separated by '.',
@@ -75,68 +75,67 @@ WQEVENTS_API oidnode* insertOid(const char* oidtext, oiddata* data) WQEVENTS_NOE
  * replaced. Returns the node, which then owns `data`, or null when a part is no number or exceeds
  * 32 bits; `data` then stays the caller's.
  */
-WQEVENTS_API oidnode* TreeInsertOid(oidnode** root, const char* oidtext,
-                                    oiddata* data) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oidnode* TreeInsertOid(oidnode** root, const char* oidtext, oiddata* data);
 
 /* getOidData: TreeGetOidData() of `oidTree`. */
-WQEVENTS_API oiddata* getOidData(const uint32_t* oid, int len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oiddata* getOidData(const uint32_t* oid, int len);
 
 /*
  * TreeGetOidData: the name of exactly the identifier of `len` sub-identifiers, or null. It stays
  * the tree's.
  */
-WQEVENTS_API oiddata* TreeGetOidData(oidnode* root, const uint32_t* oid, int len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oiddata* TreeGetOidData(oidnode* root, const uint32_t* oid, int len);
 
 /* lookupOid: TreeLookupOid() of `oidTree`. */
-WQEVENTS_API char* lookupOid(const uint32_t* oid, int len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* lookupOid(const uint32_t* oid, int len);
 
 /* TreeLookupOid: the text of TreeGetOidData(), or null. It stays the tree's. */
-WQEVENTS_API char* TreeLookupOid(oidnode* root, const uint32_t* oid, int len) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* TreeLookupOid(oidnode* root, const uint32_t* oid, int len);
 
 /*
  * findOidInTree: the dotted identifier, without a leading dot, of the first node of that name,
  * depth first in ascending order, or null. The text is the library's and overwritten by the next
  * call.
  */
-WQEVENTS_API char* findOidInTree(oidnode* root, const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* findOidInTree(oidnode* root, const char* name);
 
 /* dumpLocalList: lists the local mappings on the standard output; nothing where there are none. */
-WQEVENTS_API void dumpLocalList(void) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void dumpLocalList(void);
 
 /*
  * dumpOidTree: lists the names of a tree on the standard output, the first time in the process
  * under a heading, with sub-identifiers as signed numbers. `line`, a terminated text or null, goes
  * before every identifier.
  */
-WQEVENTS_API void dumpOidTree(oidnode* root, char* line) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void dumpOidTree(oidnode* root, char* line);
 
 /*
  * oidFreeTree: frees a node with all that `child` and `sib` lead to, and all local mappings. A null
  * root frees the mappings. Given `oidTree`, it leaves null there.
  */
-WQEVENTS_API void oidFreeTree(oidnode* root) WQEVENTS_NOEXCEPT;
+WQEVENTS_API void oidFreeTree(oidnode* root);
 
 /* newOidNode: a new node without links or name, for a tree; null when there is no memory. */
-WQEVENTS_API oidnode* newOidNode(uint32_t val) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oidnode* newOidNode(uint32_t val);
 
 /*
  * buildOidData: a new name with the first 63 characters of `text`, for TreeInsertOid(); the caller
  * frees what he does not insert. Null when `text` is null or there is no memory.
  */
-WQEVENTS_API oiddata* buildOidData(const char* text) WQEVENTS_NOEXCEPT;
+WQEVENTS_API oiddata* buildOidData(const char* text);
 
 /*
  * buildEntOid: reads dotted text, numbers as in TreeInsertOid(), into at most 128 sub-identifiers;
  * what is no number counts as 0, nothing between two dots as nothing. Returns how many there are, 0
  * for a null pointer.
  */
-WQEVENTS_API int buildEntOid(uint32_t* oid, const char* text) WQEVENTS_NOEXCEPT;
+WQEVENTS_API int buildEntOid(uint32_t* oid, const char* text);
 
 /*
  * findEntOidstring: the `oidstring` of the newest local mapping of that name, or null. It stays the
  * mapping's.
  */
-WQEVENTS_API char* findEntOidstring(const char* name) WQEVENTS_NOEXCEPT;
+WQEVENTS_API char* findEntOidstring(const char* name);
 
 WQEVENTS_END_DECLS
 

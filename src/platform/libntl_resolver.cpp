@@ -1,11 +1,15 @@
 #include <wqplatform.h>
 
 #include <arpa/inet.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <exception>
 #include <memory>
+#include <new>
+#include <optional>
 
 #include "platform/resolver_cache.h"
 #include "platform/weak.h"
@@ -96,24 +100,33 @@ ResolverCache::Seconds seconds_up() {
 
 /*
  * Each thread has its own cache, so that neither a lock nor another thread's lookup comes between
- * an answer and its use. The pointer outlives the owner: an exit handler that closes a channel may
- * still ask for a name.
+ * an answer and its use. It is freed by a key's destructor: that of a thread_local object ends the
+ * process when there is no memory to register it. A destructor that runs later may still ask for a
+ * name.
  */
 thread_local ResolverCache* thread_cache = nullptr;
 
-struct CacheOwner {
-    CacheOwner() = default;
-    CacheOwner(const CacheOwner&) = delete;
-    CacheOwner& operator=(const CacheOwner&) = delete;
-    ~CacheOwner() { std::unique_ptr<ResolverCache>(std::exchange(thread_cache, nullptr)).reset(); }
-};
+void free_cache(void* cache) {
+    thread_cache = nullptr;
+    std::unique_ptr<ResolverCache>(static_cast<ResolverCache*>(cache)).reset();
+}
+
+bool free_with_thread(ResolverCache* cache) {
+    static const std::optional<pthread_key_t> key = [] {
+        pthread_key_t made = 0;
+        return pthread_key_create(&made, free_cache) == 0 ? std::optional(made) : std::nullopt;
+    }();
+    return key && pthread_setspecific(*key, cache) == 0;
+}
 
 ResolverCache& own_cache() {
     if (thread_cache == nullptr) {
-        [[maybe_unused]] static thread_local const CacheOwner owner;
         auto fresh = std::make_unique<ResolverCache>();
         fresh->resolve = ask_system;
         fresh->now = seconds_up;
+        if (!free_with_thread(fresh.get())) {
+            throw std::bad_alloc();
+        }
         thread_cache = fresh.release();
     }
     return *thread_cache;
@@ -193,7 +206,7 @@ template <class Lookup>
 hostent* guarded(Lookup lookup) {
     try {
         return lookup(own_cache());
-    } catch (...) {
+    } catch (const std::exception&) {
         return fail(NO_RECOVERY);
     }
 }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <wqevents/channel.h>
+#include <wqevents/codec.h>
 #include <wqevents/trace.h>
 #include <wqplatform.h>
 
@@ -88,6 +89,12 @@ void say_by_all_means() {
     const std::array<unsigned char, 20> bytes{};
     sigblockhexdump(bytes.data(), static_cast<int>(bytes.size()));
     WQuLogS(84, 2, "events.cat", 1, 0, "text %d", 7);
+    hexdumpEMS(bytes.data(), static_cast<int>(bytes.size()));
+    snmptracemaskEMS = 1;
+    int length = 0;
+    const unsigned char octet = 0;
+    asnParseNull09(&octet, &length);
+    snmptracemaskEMS = 0;
 }
 
 class LogTarget : public ::testing::Test {

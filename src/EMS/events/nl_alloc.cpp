@@ -41,7 +41,7 @@ void* file_block(size_t size) {
 
 }  // namespace wq
 
-void* doMalloc(size_t size) WQEVENTS_NOEXCEPT {
+void* doMalloc(size_t size) {
     void* memory = std::calloc(1, std::max<size_t>(size, 1));
     if (memory == nullptr) {
         wq::give_up("malloc", size);
@@ -49,7 +49,7 @@ void* doMalloc(size_t size) WQEVENTS_NOEXCEPT {
     return memory;
 }
 
-void* doRealloc(void* p, size_t size) WQEVENTS_NOEXCEPT {
+void* doRealloc(void* p, size_t size) {
     size = std::max<size_t>(size, 1);
     void* memory = wq::file_texts.holds(p) ? wq::moved_out(p, size) : std::realloc(p, size);
     if (memory == nullptr) {
@@ -58,7 +58,7 @@ void* doRealloc(void* p, size_t size) WQEVENTS_NOEXCEPT {
     return memory;
 }
 
-char* doStrdup(const char* s) WQEVENTS_NOEXCEPT {
+char* doStrdup(const char* s) {
     if (s == nullptr) {
         return nullptr;
     }
@@ -71,7 +71,7 @@ char* doStrdup(const char* s) WQEVENTS_NOEXCEPT {
     return copy;
 }
 
-void doFree(void* p) WQEVENTS_NOEXCEPT {
+void doFree(void* p) {
     if (p != nullptr && !wq::file_texts.give_back(p)) {
         std::free(p);
     }

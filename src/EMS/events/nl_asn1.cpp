@@ -8,6 +8,8 @@
 #include <wqevents/trace.h>
 #include <wqplatform.h>
 
+#include "EMS/events/internal/log_target.h"
+
 using wq::ber::Error;
 using wq::ber::Item;
 using wq::ber::Reader;
@@ -16,7 +18,9 @@ namespace wq {
 
 void report(int bit, const char* module, const char* text) {
     if ((snmptracemaskEMS & bit) != 0) {
-        std::fprintf(stderr, "%s: %s\n", module, text);
+        LogLine line;
+        line.append("%s: %s\n", module, text);
+        write_log(stderr, line.text());
     }
 }
 
@@ -118,7 +122,9 @@ void report_string(Error error, const Item& item, int capacity) {
         const int length = static_cast<int>(item.length);
         if ((snmptracemaskEMS & trace_asn1) != 0) {
             report_asn1(too_long);
-            std::fprintf(stderr, "asn_length = %d, strlength = %d\n", length, capacity);
+            LogLine line;
+            line.append("asn_length = %d, strlength = %d\n", length, capacity);
+            write_log(stderr, line.text());
         }
         if (tracelogfp != nullptr) {
             log_trace("asnParseString09", "%s:asn_length = %d, strlength = %d", too_long, length,
@@ -218,15 +224,18 @@ void report_objid_refused(const char* text, std::span<const uint32_t> objid) {
         return;
     }
     report_asn1(text);
-    std::fputs("Obj id = ", stdout);
+    const WriteSignalsHeld held;
+    write_log(stdout, "Obj id = ", Flush::no);
     print_rawobjid(objid.data(), static_cast<int>(objid.size()));
-    std::fputs("\n", stdout);
+    write_log(stdout, "\n", Flush::no);
 }
 
 void report_first_arc_refused(uint32_t first) {
     if ((snmptracemaskEMS & trace_asn1) != 0) {
         report_asn1("objid, invalid first member");
-        std::fprintf(stdout, "%d", static_cast<int>(first));
+        LogLine number;
+        number.append("%d", static_cast<int>(first));
+        write_log(stdout, number.text(), Flush::no);
     }
 }
 
@@ -258,16 +267,20 @@ void dump_row_of(std::span<const unsigned char> row, std::size_t offset, std::FI
     column.back() = '\0';
     // The offset belongs on the standard output, the bytes on the dump stream: tools that read
     // either rely on the split.
-    std::fprintf(stdout, "  %4d:  ", static_cast<int>(offset));
+    LogLine label;
+    label.append("  %4d:  ", static_cast<int>(offset));
+    write_log(stdout, label.text(), Flush::no);
+    LogLine line;
     for (std::size_t i = 0; i < dump_row; ++i) {
         if (i < row.size()) {
-            std::fprintf(stream, "%02x ", row[i]);
+            line.append("%02x ", row[i]);
             column[i] = printable(row[i]);
         } else {
-            std::fputs("-- ", stream);
+            line.append("-- ");
         }
     }
-    std::fprintf(stream, "    %s\n", column.data());
+    line.append("    %s\n", column.data());
+    write_log(stream, line.text(), Flush::no);
 }
 
 }  // namespace

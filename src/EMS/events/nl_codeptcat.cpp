@@ -224,7 +224,7 @@ const char* find_text(const Catalogue& in, int set, int id) {
 }  // namespace
 }  // namespace wq
 
-int codeptcatinit(void) WQEVENTS_NOEXCEPT {
+int codeptcatinit(void) {
     codeptpath(nullptr);
     wq::Loaded result = wq::not_a_catalogue;
     try {
@@ -239,7 +239,7 @@ int codeptcatinit(void) WQEVENTS_NOEXCEPT {
     return result == wq::not_read ? wq::not_opened : result;
 }
 
-void codeptpath(const char* path) WQEVENTS_NOEXCEPT {
+void codeptpath(const char* path) {
     try {
         if (path != nullptr) {
             wq::catalogue().path = path;
@@ -251,7 +251,7 @@ void codeptpath(const char* path) WQEVENTS_NOEXCEPT {
     }
 }
 
-const char* codeptstr(int set, int id) WQEVENTS_NOEXCEPT {
+const char* codeptstr(int set, int id) {
     if (id == wq::no_code_point) {
         return "";
     }
@@ -265,7 +265,7 @@ const char* codeptstr(int set, int id) WQEVENTS_NOEXCEPT {
     return text == nullptr ? wq::digits_of(wq::catalogue(), id) : text;
 }
 
-int cecmp(const void* a, const void* b) WQEVENTS_NOEXCEPT {
+int cecmp(const void* a, const void* b) {
     if (a == nullptr || b == nullptr) {
         return 0;
     }
@@ -276,6 +276,6 @@ int cecmp(const void* a, const void* b) WQEVENTS_NOEXCEPT {
 }
 
 // The catalogue is open while codeptcatinit() loads it and at no other time.
-int cread(void* /*buf*/, int /*n*/) WQEVENTS_NOEXCEPT {
+int cread(void* /*buf*/, int /*n*/) {
     return 0;
 }

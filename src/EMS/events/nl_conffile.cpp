@@ -49,7 +49,7 @@ Stream open_conf_file(const char* path, const char* mode) {
 }  // namespace
 }  // namespace wq
 
-void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT {
+void setVortdConfFile(const char* name) {
     auto& state = wq::lasting<wq::ConfFileState>();
     if (name == nullptr || *name == '\0') {
         state.name = nullptr;
@@ -59,7 +59,7 @@ void setVortdConfFile(const char* name) WQEVENTS_NOEXCEPT {
     wq::guarded([&] { state.name = state.names.keep(std::string(name)); });
 }
 
-char* getVortdConfFile(void) WQEVENTS_NOEXCEPT {
+char* getVortdConfFile(void) {
     auto& state = wq::lasting<wq::ConfFileState>();
     if (state.name == nullptr) {
         wq::guarded([&] { state.name = state.names.keep(wq::default_conf_file()); });
@@ -67,7 +67,7 @@ char* getVortdConfFile(void) WQEVENTS_NOEXCEPT {
     return state.name;
 }
 
-FILE* fopenConfFile(const char* mode, char** name) WQEVENTS_NOEXCEPT {
+FILE* fopenConfFile(const char* mode, char** name) {
     if (mode == nullptr || name == nullptr) {
         return nullptr;
     }

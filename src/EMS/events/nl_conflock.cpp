@@ -171,7 +171,7 @@ AlertFile open_alert_file(const char* mode, bool truncate) {
 
 }  // namespace wq
 
-FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT {
+FILE* lockVortdConfFile(char** message) {
     if (message == nullptr) {
         return nullptr;
     }
@@ -179,7 +179,7 @@ FILE* lockVortdConfFile(char** message) WQEVENTS_NOEXCEPT {
     return wq::guarded<FILE*>(nullptr, [&] { return wq::lock_configuration(*message); });
 }
 
-int open_ferlo_lock_file(const char* mode, FILE** stream, char** name) WQEVENTS_NOEXCEPT {
+int open_ferlo_lock_file(const char* mode, FILE** stream, char** name) {
     if (mode == nullptr || stream == nullptr || name == nullptr) {
         return -1;
     }

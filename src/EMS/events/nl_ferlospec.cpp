@@ -496,7 +496,7 @@ void read_alert_configuration(char** errmsg) {
 
 }  // namespace wq
 
-int read_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT {
+int read_ferlospec_file(char** errmsg) {
     if (errmsg == nullptr) {
         return -1;
     }
@@ -512,7 +512,7 @@ int read_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT {
 }
 
 int insert_malloc_alert_record(enterprise_info* /*enterprise*/, const char* name, int /*generic*/,
-                               int /*specific*/, alert_record* list) WQEVENTS_NOEXCEPT {
+                               int /*specific*/, alert_record* list) {
     trap_record* const rec = name == nullptr ? nullptr : nameToExactTrap(name);
     if (rec == nullptr) {
         return -1;
@@ -527,7 +527,7 @@ int insert_malloc_alert_record(enterprise_info* /*enterprise*/, const char* name
     return 0;
 }
 
-void delete_ferlo_record(trap_record* rec) WQEVENTS_NOEXCEPT {
+void delete_ferlo_record(trap_record* rec) {
     if (rec != nullptr) {
         wq::free_alert_list(rec->alert_element);
         rec->alert_element = nullptr;

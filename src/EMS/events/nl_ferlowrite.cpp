@@ -153,7 +153,7 @@ int write_alerts() {
 }  // namespace
 }  // namespace wq
 
-int write_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT {
+int write_ferlospec_file(char** errmsg) {
     if (errmsg == nullptr) {
         return -1;
     }
@@ -168,8 +168,7 @@ int write_ferlospec_file(char** errmsg) WQEVENTS_NOEXCEPT {
     return result;
 }
 
-void print_ferlo_rec(FILE* stream, trap_record* rec, const uint32_t* oid,
-                     uint32_t len) WQEVENTS_NOEXCEPT {
+void print_ferlo_rec(FILE* stream, trap_record* rec, const uint32_t* oid, uint32_t len) {
     if (stream == nullptr || rec == nullptr || oid == nullptr) {
         return;
     }

@@ -144,7 +144,7 @@ std::string_view event_time_text(std::time_t when) {
 
 }  // namespace wq
 
-int DRXEvtTimeInt2String(const uint32_t* lpData, char* pcString) WQEVENTS_NOEXCEPT {
+int DRXEvtTimeInt2String(const uint32_t* lpData, char* pcString) {
     if (lpData == nullptr || pcString == nullptr) {
         return -1;
     }

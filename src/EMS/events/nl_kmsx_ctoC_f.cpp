@@ -1,6 +1,5 @@
 #include <wqevents/alerts.h>
 
-void call_formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count,
-                      int index) WQEVENTS_NOEXCEPT {
+void call_formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count, int index) {
     formatZYNcp(buffer, buflen, var, count, index);
 }

@@ -270,8 +270,7 @@ constexpr std::array<Caption, 7> captions{{
 }  // namespace
 }  // namespace wq
 
-void formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count,
-                 int index) WQEVENTS_NOEXCEPT {
+void formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count, int index) {
     if (buffer == nullptr || var == nullptr || index >= count) {
         return;
     }
@@ -291,7 +290,7 @@ void formatZYNcp(char* buffer, int buflen, SnmpVarBindEMS* var, int count,
 }
 
 void formatsv(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid, int svoid_bytes,
-              int set, int count, int index) WQEVENTS_NOEXCEPT {
+              int set, int count, int index) {
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }
@@ -300,7 +299,7 @@ void formatsv(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svo
 }
 
 void formatsvga(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT {
+                int svoid_bytes, int set, int count, int index) {
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }
@@ -311,7 +310,7 @@ void formatsvga(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* s
 }
 
 void formatsvpc(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT {
+                int svoid_bytes, int set, int count, int index) {
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }
@@ -322,7 +321,7 @@ void formatsvpc(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* s
 }
 
 void formatsvdd(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                int svoid_bytes, int set, int count, int index) WQEVENTS_NOEXCEPT {
+                int svoid_bytes, int set, int count, int index) {
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }
@@ -348,7 +347,7 @@ void formatsvdd(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* s
 }
 
 void formatsvsdc(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                 int svoid_bytes, int count, int index) WQEVENTS_NOEXCEPT {
+                 int svoid_bytes, int count, int index) {
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }
@@ -372,7 +371,7 @@ void formatsvsdc(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* 
 }
 
 void formatsvpsid(char* buffer, int buflen, SnmpVarBindEMS* var, const uint32_t* svoid,
-                  int svoid_bytes, int count, int index) WQEVENTS_NOEXCEPT {
+                  int svoid_bytes, int count, int index) {
     if (buffer == nullptr || var == nullptr || svoid == nullptr) {
         return;
     }

@@ -26,7 +26,7 @@ bool is_ready(int fd) {
     do {
         ready = ppoll(&waited, 1, &at_once, nullptr);
     } while (ready == -1 && errno == EINTR);
-    return ready == 1;
+    return ready == 1 && (waited.revents & (POLLERR | POLLNVAL)) == 0;  // a pipe that nobody reads
 }
 
 // Bytes that go out in one write: all to a file, so that lines of several processes do not mix.

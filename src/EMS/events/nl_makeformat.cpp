@@ -278,19 +278,19 @@ void compile_format(char* raw, trap_element& element, void* (*allocate)(std::siz
 
 }  // namespace wq
 
-void makeFormatString(char* raw, trap_element* element) noexcept {
+void makeFormatString(char* raw, trap_element* element) {
     if (raw != nullptr && element != nullptr) {
         wq::compile_format(raw, *element, doMalloc);
     }
 }
 
-void interpret_esc_sequences(const char* in, char* out) noexcept {
+void interpret_esc_sequences(const char* in, char* out) {
     if (in != nullptr && out != nullptr) {
         wq::interpret(in, std::strlen(in), out);
     }
 }
 
-void suck_a_char(char* position) noexcept {
+void suck_a_char(char* position) {
     if (position != nullptr && *position != '\0') {
         const char* rest = position + wq::character_size(position);
         std::memmove(position, rest, std::strlen(rest) + 1);

@@ -427,7 +427,7 @@ void local_mapFree() {
 
 }  // namespace wq
 
-oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT {
+oidnode* parseOidFile(const char* path) {
     wq::FileText file;
     const wq::NameFile outcome = wq::read_name_file(path, file);
     if (outcome == wq::NameFile::unreadable) {
@@ -437,13 +437,13 @@ oidnode* parseOidFile(const char* path) WQEVENTS_NOEXCEPT {
     return oidTree;
 }
 
-oidnode* TreeParseOidFile(oidnode* tree, const char* path) WQEVENTS_NOEXCEPT {
+oidnode* TreeParseOidFile(oidnode* tree, const char* path) {
     wq::FileText file;
     const wq::NameFile outcome = wq::read_name_file(path, file);
     return wq::replace_tree(tree, outcome, file);
 }
 
-void dumpLocalList(void) WQEVENTS_NOEXCEPT {
+void dumpLocalList(void) {
     if (wq::state().head_local == nullptr) {
         return;
     }
@@ -457,7 +457,7 @@ void dumpLocalList(void) WQEVENTS_NOEXCEPT {
     }
 }
 
-char* findEntOidstring(const char* name) WQEVENTS_NOEXCEPT {
+char* findEntOidstring(const char* name) {
     local_map* map = name == nullptr ? nullptr : wq::find_mapping(name);
     return map == nullptr ? nullptr : map->oidstring;
 }

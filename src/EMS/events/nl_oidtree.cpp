@@ -341,11 +341,11 @@ void oidFree(oidnode* first) {
 
 }  // namespace wq
 
-oidnode* insertOid(const char* oidtext, oiddata* data) WQEVENTS_NOEXCEPT {
+oidnode* insertOid(const char* oidtext, oiddata* data) {
     return TreeInsertOid(&oidTree, oidtext, data);
 }
 
-oidnode* TreeInsertOid(oidnode** root, const char* oidtext, oiddata* data) WQEVENTS_NOEXCEPT {
+oidnode* TreeInsertOid(oidnode** root, const char* oidtext, oiddata* data) {
     wq::OidNumbers oid;
     if (root == nullptr || oidtext == nullptr || data == nullptr ||
         !wq::read_oid_text(oidtext, oid)) {
@@ -361,11 +361,11 @@ oidnode* TreeInsertOid(oidnode** root, const char* oidtext, oiddata* data) WQEVE
     return node;
 }
 
-oiddata* getOidData(const uint32_t* oid, int len) WQEVENTS_NOEXCEPT {
+oiddata* getOidData(const uint32_t* oid, int len) {
     return TreeGetOidData(oidTree, oid, len);
 }
 
-oiddata* TreeGetOidData(oidnode* root, const uint32_t* oid, int len) WQEVENTS_NOEXCEPT {
+oiddata* TreeGetOidData(oidnode* root, const uint32_t* oid, int len) {
     if (root == nullptr || oid == nullptr || len <= 0) {
         return nullptr;
     }
@@ -373,16 +373,16 @@ oiddata* TreeGetOidData(oidnode* root, const uint32_t* oid, int len) WQEVENTS_NO
     return node == nullptr ? nullptr : node->data;
 }
 
-char* lookupOid(const uint32_t* oid, int len) WQEVENTS_NOEXCEPT {
+char* lookupOid(const uint32_t* oid, int len) {
     return TreeLookupOid(oidTree, oid, len);
 }
 
-char* TreeLookupOid(oidnode* root, const uint32_t* oid, int len) WQEVENTS_NOEXCEPT {
+char* TreeLookupOid(oidnode* root, const uint32_t* oid, int len) {
     oiddata* data = TreeGetOidData(root, oid, len);
     return data == nullptr ? nullptr : data->mapping_str;
 }
 
-char* findOidInTree(oidnode* root, const char* name) WQEVENTS_NOEXCEPT {
+char* findOidInTree(oidnode* root, const char* name) {
     if (root == nullptr || name == nullptr) {
         return nullptr;
     }
@@ -395,7 +395,7 @@ char* findOidInTree(oidnode* root, const char* name) WQEVENTS_NOEXCEPT {
     }
 }
 
-void dumpOidTree(oidnode* root, char* line) WQEVENTS_NOEXCEPT {
+void dumpOidTree(oidnode* root, char* line) {
     if (root == nullptr) {
         return;
     }
@@ -413,7 +413,7 @@ void dumpOidTree(oidnode* root, char* line) WQEVENTS_NOEXCEPT {
     }
 }
 
-void oidFreeTree(oidnode* root) WQEVENTS_NOEXCEPT {
+void oidFreeTree(oidnode* root) {
     if (root != nullptr && root == oidTree) {
         oidTree = nullptr;
     }
@@ -421,7 +421,7 @@ void oidFreeTree(oidnode* root) WQEVENTS_NOEXCEPT {
     wq::local_mapFree();
 }
 
-oidnode* newOidNode(uint32_t val) WQEVENTS_NOEXCEPT {
+oidnode* newOidNode(uint32_t val) {
     auto* node = static_cast<oidnode*>(std::calloc(1, sizeof(oidnode)));
     if (node != nullptr) {
         node->val = val;
@@ -431,7 +431,7 @@ oidnode* newOidNode(uint32_t val) WQEVENTS_NOEXCEPT {
     return node;
 }
 
-oiddata* buildOidData(const char* text) WQEVENTS_NOEXCEPT {
+oiddata* buildOidData(const char* text) {
     auto* data = text == nullptr ? nullptr : static_cast<oiddata*>(std::calloc(1, sizeof(oiddata)));
     if (data == nullptr) {
         return nullptr;
@@ -445,7 +445,7 @@ oiddata* buildOidData(const char* text) WQEVENTS_NOEXCEPT {
     return data;
 }
 
-int buildEntOid(uint32_t* oid, const char* text) WQEVENTS_NOEXCEPT {
+int buildEntOid(uint32_t* oid, const char* text) {
     int count = 0;
     if (oid == nullptr || text == nullptr) {
         return count;

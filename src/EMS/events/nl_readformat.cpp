@@ -346,7 +346,7 @@ int readEnterprise(ConfReader& reader) {
 
 }  // namespace wq
 
-int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT {
+int read_trapspec_file(char** errmsg) {
     if (errmsg == nullptr) {
         return -1;
     }
@@ -360,7 +360,7 @@ int read_trapspec_file(char** errmsg) WQEVENTS_NOEXCEPT {
     return result;
 }
 
-int augmentTrapspecFile(char** errmsg, const char* path) WQEVENTS_NOEXCEPT {
+int augmentTrapspecFile(char** errmsg, const char* path) {
     if (errmsg == nullptr) {
         return -1;
     }

@@ -127,15 +127,15 @@ OidText oid_text;
 }  // namespace
 }  // namespace wq
 
-char* oid_to_string(const uint32_t* oid, uint32_t len) WQEVENTS_NOEXCEPT {
+char* oid_to_string(const uint32_t* oid, uint32_t len) {
     return oid == nullptr ? nullptr : wq::oid_text.write(wq::view_of(oid, len));
 }
 
-int oidcmp(const uint32_t* a, const uint32_t* b, uint32_t alen, uint32_t blen) WQEVENTS_NOEXCEPT {
+int oidcmp(const uint32_t* a, const uint32_t* b, uint32_t alen, uint32_t blen) {
     return wq::compare_oids(wq::view_of(a, alen), wq::view_of(b, blen));
 }
 
-int find_enterprise(const uint32_t* oid, uint32_t len, enterprise_info** result) WQEVENTS_NOEXCEPT {
+int find_enterprise(const uint32_t* oid, uint32_t len, enterprise_info** result) {
     if (result == nullptr) {
         return -1;
     }
@@ -144,7 +144,7 @@ int find_enterprise(const uint32_t* oid, uint32_t len, enterprise_info** result)
 }
 
 int find_enterprise_relative(const uint32_t* oid, uint32_t len,
-                             enterprise_info** start_and_result) WQEVENTS_NOEXCEPT {
+                             enterprise_info** start_and_result) {
     if (start_and_result == nullptr) {
         return -1;
     }
@@ -153,7 +153,7 @@ int find_enterprise_relative(const uint32_t* oid, uint32_t len,
     return *start_and_result != nullptr ? 0 : -1;
 }
 
-int name_to_enterprise(const char* name, enterprise_info** result) WQEVENTS_NOEXCEPT {
+int name_to_enterprise(const char* name, enterprise_info** result) {
     if (result == nullptr) {
         return -1;
     }
@@ -166,7 +166,7 @@ int name_to_enterprise(const char* name, enterprise_info** result) WQEVENTS_NOEX
     return *result != nullptr ? 0 : -1;
 }
 
-int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer, int size) WQEVENTS_NOEXCEPT {
+int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer, int size) {
     if (buffer == nullptr || size < 1) {
         return -1;
     }
@@ -183,7 +183,7 @@ int oid_to_name(const uint32_t* oid, uint32_t len, char* buffer, int size) WQEVE
     return 0;
 }
 
-int cname_to_oid(const char* text, uint32_t* oid, int* count) WQEVENTS_NOEXCEPT {
+int cname_to_oid(const char* text, uint32_t* oid, int* count) {
     if (text == nullptr || oid == nullptr || count == nullptr) {
         return -1;
     }
@@ -197,7 +197,7 @@ int cname_to_oid(const char* text, uint32_t* oid, int* count) WQEVENTS_NOEXCEPT 
 }
 
 trap_record* findExactTrapRecord(enterprise_info* enterprise, int generic, int specific,
-                                 const char* node) WQEVENTS_NOEXCEPT {
+                                 const char* node) {
     if (enterprise == nullptr) {
         return nullptr;
     }
@@ -210,7 +210,7 @@ trap_record* findExactTrapRecord(enterprise_info* enterprise, int generic, int s
 }
 
 int find_exact_trap_record(enterprise_info* enterprise, int generic, int specific,
-                           trap_record** result) WQEVENTS_NOEXCEPT {
+                           trap_record** result) {
     if (result == nullptr) {
         return -1;
     }
@@ -220,8 +220,7 @@ int find_exact_trap_record(enterprise_info* enterprise, int generic, int specifi
     return *result != nullptr ? 0 : -1;
 }
 
-int nameToTrapAndEnterprise(const char* name, trap_record** rec,
-                            enterprise_info** enterprise) WQEVENTS_NOEXCEPT {
+int nameToTrapAndEnterprise(const char* name, trap_record** rec, enterprise_info** enterprise) {
     if (rec == nullptr || enterprise == nullptr) {
         return -1;
     }
@@ -232,6 +231,6 @@ int nameToTrapAndEnterprise(const char* name, trap_record** rec,
     return found.record != nullptr ? 0 : -1;
 }
 
-trap_record* nameToExactTrap(const char* name) WQEVENTS_NOEXCEPT {
+trap_record* nameToExactTrap(const char* name) {
     return name == nullptr ? nullptr : wq::model_index.find_trap(wq::name_text(name)).record;
 }

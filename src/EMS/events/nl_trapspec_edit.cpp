@@ -273,7 +273,7 @@ trap_record* insertMallocTrapRecord(enterprise_info* enterprise, const char* nam
                                     char source, char* rawformat, char* rawexec, char* rawdisplay,
                                     char* description, int severity, int status, int forward,
                                     const char* eventClass, int slotCnt, char** slotNames,
-                                    char** slotVals) WQEVENTS_NOEXCEPT {
+                                    char** slotVals) {
     if (nodeCnt <= 0 || nodeList == nullptr) {
         doFree(nodeList);
         nodeCnt = 0;
@@ -309,8 +309,7 @@ trap_record* insertMallocTrapRecord(enterprise_info* enterprise, const char* nam
     return rec;
 }
 
-void trpFmtAddSourceToList(int* count, int* capacity, char*** list,
-                           const char* name) WQEVENTS_NOEXCEPT {
+void trpFmtAddSourceToList(int* count, int* capacity, char*** list, const char* name) {
     constexpr int growth = 20;
     if (count == nullptr || capacity == nullptr || list == nullptr || name == nullptr) {
         return;
@@ -323,7 +322,7 @@ void trpFmtAddSourceToList(int* count, int* capacity, char*** list,
     (*list)[*count - 1] = doStrdup(name);
 }
 
-int insert_enterprise(const uint32_t* oid, uint32_t len, const char* name) WQEVENTS_NOEXCEPT {
+int insert_enterprise(const uint32_t* oid, uint32_t len, const char* name) {
     if (oid == nullptr || name == nullptr) {
         return -1;
     }
@@ -347,7 +346,7 @@ int insert_enterprise(const uint32_t* oid, uint32_t len, const char* name) WQEVE
     return 0;
 }
 
-int delete_enterprise_record(enterprise_info* enterprise) WQEVENTS_NOEXCEPT {
+int delete_enterprise_record(enterprise_info* enterprise) {
     if (enterprise == nullptr || enterprise->trap_rec_list_head.next != nullptr) {
         return -1;
     }
@@ -362,7 +361,7 @@ int delete_enterprise_record(enterprise_info* enterprise) WQEVENTS_NOEXCEPT {
     return 0;
 }
 
-int delete_trap_record(enterprise_info* enterprise, int generic, int specific) WQEVENTS_NOEXCEPT {
+int delete_trap_record(enterprise_info* enterprise, int generic, int specific) {
     trap_record* rec = nullptr;
     if (find_exact_trap_record(enterprise, generic, specific, &rec) != 0) {
         return -1;
@@ -371,7 +370,7 @@ int delete_trap_record(enterprise_info* enterprise, int generic, int specific) W
     return 0;
 }
 
-int deleteTrapRecord(const char* name) WQEVENTS_NOEXCEPT {
+int deleteTrapRecord(const char* name) {
     trap_record* rec = nullptr;
     enterprise_info* enterprise = nullptr;
     if (nameToTrapAndEnterprise(name, &rec, &enterprise) != 0) {
@@ -381,7 +380,7 @@ int deleteTrapRecord(const char* name) WQEVENTS_NOEXCEPT {
     return 0;
 }
 
-int deleteTrapAction(const char* name) WQEVENTS_NOEXCEPT {
+int deleteTrapAction(const char* name) {
     const std::span<actionCmd> all = wq::actions();
     const auto found = std::ranges::find_if(all, [&](const actionCmd& action) {
         return name != nullptr && action.name != nullptr && std::strcmp(action.name, name) == 0;
@@ -400,7 +399,7 @@ int deleteTrapAction(const char* name) WQEVENTS_NOEXCEPT {
     return 0;
 }
 
-void freeAction(actionCmd* action) WQEVENTS_NOEXCEPT {
+void freeAction(actionCmd* action) {
     if (action != nullptr) {
         doFree(action->name);
         doFree(action->description);
@@ -411,7 +410,7 @@ void freeAction(actionCmd* action) WQEVENTS_NOEXCEPT {
     }
 }
 
-void freeAllActions(void) WQEVENTS_NOEXCEPT {
+void freeAllActions(void) {
     for (actionCmd& action : wq::actions()) {
         freeAction(&action);
     }
@@ -420,13 +419,13 @@ void freeAllActions(void) WQEVENTS_NOEXCEPT {
     numActionCommands = 0;
 }
 
-void free_trap_record(trap_record* rec) WQEVENTS_NOEXCEPT {
+void free_trap_record(trap_record* rec) {
     if (rec != nullptr) {
         wq::release_record(rec);
     }
 }
 
-void free_enterprise(enterprise_info* enterprise) WQEVENTS_NOEXCEPT {
+void free_enterprise(enterprise_info* enterprise) {
     if (enterprise != nullptr) {
         doFree(enterprise->enterprise_name);
         doFree(enterprise->enterprise_oid);
@@ -434,7 +433,7 @@ void free_enterprise(enterprise_info* enterprise) WQEVENTS_NOEXCEPT {
     }
 }
 
-void free_all_info(void) WQEVENTS_NOEXCEPT {
+void free_all_info(void) {
     wq::model_index.drop();  // at once, not record by record
     while (enterprise_info* enterprise = enterprise_list_head.next) {
         enterprise_list_head.next = enterprise->next;

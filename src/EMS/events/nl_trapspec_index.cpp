@@ -165,6 +165,6 @@ void ModelIndex::drop_node_runs() {
 
 }  // namespace wq
 
-void trapspec_relinked(void) WQEVENTS_NOEXCEPT {
+void trapspec_relinked(void) {
     wq::model_index.drop();
 }

@@ -127,7 +127,7 @@ void NodeRuns::add(const enterprise_info& enterprise, trap_record& rec) {
 
 }  // namespace wq
 
-int trapRecNodesMatch(trap_record* rec, const char* node) WQEVENTS_NOEXCEPT {
+int trapRecNodesMatch(trap_record* rec, const char* node) {
     if (rec == nullptr) {
         return 0;
     }

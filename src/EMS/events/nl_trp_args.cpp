@@ -553,7 +553,7 @@ std::string_view expand(const Expansion& expansion, char* buf, int size) {
 
 void trap_sprintf(char* buf, int size, trap_element* element, snmp_trap_infoEMS* sti,
                   SnmpVarBindEMS* vars, const char* contact, const char* location,
-                  const char* description) WQEVENTS_NOEXCEPT {
+                  const char* description) {
     if (buf == nullptr || size <= 0 || element == nullptr || sti == nullptr ||
         (vars == nullptr && wq::binding_count(*sti) != 0)) {
         return;
@@ -562,7 +562,7 @@ void trap_sprintf(char* buf, int size, trap_element* element, snmp_trap_infoEMS*
 }
 
 void format_arg(int arg_num, int arg_type, snmp_trap_infoEMS* sti, char* buffer, int buflen,
-                SnmpVarBindEMS* vars) WQEVENTS_NOEXCEPT {
+                SnmpVarBindEMS* vars) {
     if (buffer == nullptr || buflen <= 0 || sti == nullptr ||
         (vars == nullptr && wq::binding_count(*sti) != 0)) {
         return;

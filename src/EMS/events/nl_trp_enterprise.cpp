@@ -37,21 +37,21 @@ bool is_threshold_enterprise(const uint32_t* enterprise) {
 
 }  // namespace wq
 
-int isTrapJW(int generic, int specific, const uint32_t* enterprise) WQEVENTS_NOEXCEPT {
+int isTrapJW(int generic, int specific, const uint32_t* enterprise) {
     return generic == ENTERPRISE_SPECIFIC && wq::is_event_number(specific) &&
                    wq::begins_with(enterprise, wq::jwoid)
                ? 1
                : 0;
 }
 
-int isKMEnterprise(const uint32_t* enterprise) WQEVENTS_NOEXCEPT {
+int isKMEnterprise(const uint32_t* enterprise) {
     return wq::begins_with(enterprise, wq::jwoid) ? 1 : 0;
 }
 
-int isQRMEnterprise(const uint32_t* enterprise) WQEVENTS_NOEXCEPT {
+int isQRMEnterprise(const uint32_t* enterprise) {
     return wq::begins_with(enterprise, wq::qrmoid) ? 1 : 0;
 }
 
-int isVEBEnterprise(const uint32_t* enterprise) WQEVENTS_NOEXCEPT {
+int isVEBEnterprise(const uint32_t* enterprise) {
     return wq::begins_with(enterprise, wq::fenneloid) ? 1 : 0;
 }

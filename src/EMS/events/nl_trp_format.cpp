@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "EMS/events/internal/guarded.h"
 #include "EMS/events/nl_trp_values.h"
 
 int have_read_mibtxt = 0;
@@ -291,32 +292,38 @@ int format_trap(Formatting& of, FormatState& state, std::span<char> buffer, time
     return lay_out(of.user, texts, of.description.text(), buffer) ? of.category : ran_short;
 }
 
+int load_and_format(int user_module, snmp_trap_infoEMS& sti, std::span<char> area,
+                    SnmpVarBindEMS* vars, char*& host_name, time_t log_time) {
+    TextSink error(area.data(), area.size());
+    if (!load(error)) {
+        return load_failed;
+    }
+    std::array<char, description_size> description;
+    Formatting formatting{user_module, sti, vars, {description.data(), description.size()}};
+    const int result = format_trap(formatting, process_state, area, log_time);
+    if (result != not_shown && result != ran_short) {
+        host_name = formatting.host;
+    }
+    return result;
+}
+
 }  // namespace
 }  // namespace wq
 
 int trp_format(int user_module, snmp_trap_infoEMS* sti, char* buffer, int max_buffer_len,
-               SnmpVarBindEMS* vars, char** host_name, time_t logTime) WQEVENTS_NOEXCEPT {
+               SnmpVarBindEMS* vars, char** host_name, time_t logTime) {
     if (sti == nullptr || buffer == nullptr || host_name == nullptr ||
         (vars == nullptr && wq::binding_count(*sti) != 0)) {
         return wq::not_shown;
     }
     const std::span<char> area(buffer, static_cast<std::size_t>(std::max(max_buffer_len, 0)));
-    wq::TextSink error(area.data(), area.size());
-    if (!wq::load(error)) {
-        return wq::load_failed;
-    }
-    std::array<char, wq::description_size> description;
-    wq::Formatting formatting{user_module, *sti, vars, {description.data(), description.size()}};
-    const int result = wq::format_trap(formatting, wq::process_state, area, logTime);
-    if (result != wq::not_shown && result != wq::ran_short) {
-        *host_name = formatting.host;
-    }
-    return result;
+    return wq::guarded(static_cast<int>(wq::load_failed), [&] {
+        return wq::load_and_format(user_module, *sti, area, vars, *host_name, logTime);
+    });
 }
 
 void find_trap_format(const uint32_t* oid, uint32_t len, int generic, int specific,
-                      trap_record** rec, enterprise_info** enterprise,
-                      const char* hostname) WQEVENTS_NOEXCEPT {
+                      trap_record** rec, enterprise_info** enterprise, const char* hostname) {
     const wq::Choice found = wq::choose(oid, len, generic, specific, hostname);
     if (rec != nullptr) {
         *rec = found.record;

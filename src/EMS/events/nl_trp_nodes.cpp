@@ -30,7 +30,7 @@ void append_nodes(TextSink& sink, const trap_record& record, std::size_t size) {
 }  // namespace
 }  // namespace wq
 
-void trpFmtSprintNodes(trap_record* rec, char* sourceBuf, int sourceBufLen) WQEVENTS_NOEXCEPT {
+void trpFmtSprintNodes(trap_record* rec, char* sourceBuf, int sourceBufLen) {
     if (rec == nullptr || sourceBuf == nullptr || sourceBufLen <= 0) {
         return;
     }

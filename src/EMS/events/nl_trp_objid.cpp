@@ -162,8 +162,7 @@ void append_objid(TextSink& sink, std::span<const uint32_t> oid, bool by_name) {
 
 }  // namespace wq
 
-void formatObjectID(char** buf_ptr, int* buflenptr, const uint32_t* obj, int len,
-                    int printName) WQEVENTS_NOEXCEPT {
+void formatObjectID(char** buf_ptr, int* buflenptr, const uint32_t* obj, int len, int printName) {
     if (buf_ptr == nullptr || *buf_ptr == nullptr || buflenptr == nullptr || *buflenptr < 1 ||
         obj == nullptr) {
         return;

@@ -294,7 +294,7 @@ void append_octets(TextSink& sink, std::span<const uint8_t> octets) {
 
 }  // namespace wq
 
-void formatOctetString(char* buf, int buflen, const unsigned char* oct, int len) WQEVENTS_NOEXCEPT {
+void formatOctetString(char* buf, int buflen, const unsigned char* oct, int len) {
     if (buf == nullptr || buflen <= 0 || oct == nullptr) {
         return;
     }

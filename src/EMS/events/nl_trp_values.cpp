@@ -166,36 +166,35 @@ void append_enterprise(TextSink& sink, const snmp_trap_infoEMS& trap, bool by_na
 
 }  // namespace wq
 
-void formatValue(char* buf, int buflen, SnmpVarBindEMS* var) WQEVENTS_NOEXCEPT {
+void formatValue(char* buf, int buflen, SnmpVarBindEMS* var) {
     if (buf != nullptr && buflen > 0 && var != nullptr) {
         wq::TextSink sink(buf, static_cast<std::size_t>(buflen));
         wq::append_value(sink, *var);
     }
 }
 
-void formatKind(char* buf, int buflen, SnmpVarBindEMS* var) WQEVENTS_NOEXCEPT {
+void formatKind(char* buf, int buflen, SnmpVarBindEMS* var) {
     if (buf != nullptr && buflen > 0 && var != nullptr) {
         wq::TextSink sink(buf, static_cast<std::size_t>(buflen));
         wq::append_kind(sink, var->type);
     }
 }
 
-void formatEnterprise(char* buf, int buflen, snmp_trap_infoEMS* sti,
-                      int as_string) WQEVENTS_NOEXCEPT {
+void formatEnterprise(char* buf, int buflen, snmp_trap_infoEMS* sti, int as_string) {
     if (buf != nullptr && buflen > 0 && sti != nullptr) {
         wq::TextSink sink(buf, static_cast<std::size_t>(buflen));
         wq::append_enterprise(sink, *sti, as_string != 0);
     }
 }
 
-void formatCommunity(char* buf, int buflen, snmp_trap_infoEMS* sti) WQEVENTS_NOEXCEPT {
+void formatCommunity(char* buf, int buflen, snmp_trap_infoEMS* sti) {
     if (buf != nullptr && buflen > 0 && sti != nullptr) {
         wq::TextSink sink(buf, static_cast<std::size_t>(buflen));
         wq::append_octets(sink, wq::community_of(*sti));
     }
 }
 
-int stringToSeverity(const char* name) WQEVENTS_NOEXCEPT {
+int stringToSeverity(const char* name) {
     if (name == nullptr) {
         return 0;
     }
@@ -204,7 +203,7 @@ int stringToSeverity(const char* name) WQEVENTS_NOEXCEPT {
     return found == names.end() ? 0 : static_cast<int>(found - names.begin());
 }
 
-const char* severityToString(int number) WQEVENTS_NOEXCEPT {
+const char* severityToString(int number) {
     const auto& names = wq::severity_names;
     if (number < 0 || number >= static_cast<int>(names.size())) {
         return "Unknown";

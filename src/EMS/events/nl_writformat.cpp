@@ -191,7 +191,7 @@ int write_configuration(std::FILE* stream) {
 }  // namespace
 }  // namespace wq
 
-int write_trapspec_file(FILE* stream) WQEVENTS_NOEXCEPT {
+int write_trapspec_file(FILE* stream) {
     if (stream == nullptr) {
         return -1;
     }
@@ -204,8 +204,7 @@ int write_trapspec_file(FILE* stream) WQEVENTS_NOEXCEPT {
     }
 }
 
-void print_trap_rec(FILE* stream, trap_record* rec, const uint32_t* oid,
-                    uint32_t len) WQEVENTS_NOEXCEPT {
+void print_trap_rec(FILE* stream, trap_record* rec, const uint32_t* oid, uint32_t len) {
     if (stream == nullptr || rec == nullptr || oid == nullptr) {
         return;
     }
