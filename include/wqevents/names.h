@@ -3,9 +3,9 @@
  *
  * Two kinds of line: a local mapping, "name"=OID, names the beginning of an identifier that later
  * lines refer to as ${name}; any other line, OID="name", names one identifier, or a range of them
- * where the OID holds x(first..last). No blank stands beside the equals sign. '#' begins a comment, a trailing backslash continues a line.
- * Malformed lines are skipped, no messages are issued. State is process-wide, for one thread at a
- * time.
+ * where the OID holds x(first..last). No blank stands beside the equals sign. '#' begins a comment,
+ * a trailing backslash continues a line. Malformed lines are skipped, no messages are issued. State
+ * is process-wide, for one thread at a time.
  *
  * Trees may be walked and built by hand, and names be exchanged, at any time. A node that the
  * library put into a tree keeps its value and its place among its siblings, though others may be
