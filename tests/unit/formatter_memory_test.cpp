@@ -31,17 +31,32 @@ bool fails_now() {
 
 }  // namespace
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return fails_now() ? nullptr : std::malloc(size);
+}
 void* operator new(std::size_t size) {
-    void* memory = fails_now() ? nullptr : std::malloc(size);
+    void* memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
     return memory;
 }
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
