@@ -9,6 +9,10 @@
  * Traps and bindings are as recv_event() stores them: the octets of `agent` and of IpAddress values
  * lie in memory in wire order. Lengths in records that exceed their arrays count as the arrays'
  * size, negative ones as 0. State is process-wide and meant for one thread at a time.
+ *
+ * A call takes at most 16 KB of stack, one of trp_format() that loads something at most 40 KB, and
+ * what the platform's resolver takes. Once all is loaded no call fails for want of memory: a text
+ * that needs some to be told too long is cut instead.
  */
 #ifndef WQEVENTS_FORMATTER_H
 #define WQEVENTS_FORMATTER_H
