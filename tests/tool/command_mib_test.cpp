@@ -243,7 +243,8 @@ TEST(MibCompile, WrongCommandLinesEndWithStatusTwo) {
         const CommandRun run(words);
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.out, "");
-        EXPECT_TRUE(holds(run.err, "wqevents mib compile: ")) << run.err;
+        const char* name = words.size() > 1 && words[1] == "compile" ? "mib compile" : "mib";
+        EXPECT_TRUE(run.err.starts_with("wqevents " + std::string(name) + ": ")) << run.err;
     }
 }
 
