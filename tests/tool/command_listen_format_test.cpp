@@ -96,7 +96,7 @@ TEST_F(ListenFormat, ManyTrapsComeOutInOrderAndWhole) {
     writer.join();
     std::string expected;
     for (int i = 0; i < 10000; ++i) {
-        expected += "first of public\nsecond of 0\nthird\nlogged\n";
+        expected += "first of public\n\tsecond of 0\n\tthird\nlogged\n";
     }
     EXPECT_TRUE(listener.out() == expected);
 }

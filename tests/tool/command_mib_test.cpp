@@ -219,8 +219,8 @@ TEST(MibCompile, ErrorsAreToldAndNothingIsWritten) {
         const CommandRun run(compile({"-o", file, "ACME-MIB", row.module}));
         EXPECT_EQ(run.status, 1);
         EXPECT_TRUE(holds(run.err, row.complaint)) << run.err;
-        EXPECT_TRUE(
-            run.err.ends_with("wqevents mib compile: nothing is written: the modules have errors\n"))
+        EXPECT_TRUE(run.err.ends_with(
+            "wqevents mib compile: nothing is written: the modules have errors\n"))
             << run.err;
         EXPECT_EQ(dir.read("mib.txt"), "as before");
         EXPECT_EQ(CommandRun(compile({row.module})).out, "");
@@ -243,7 +243,8 @@ TEST(MibCompile, WrongCommandLinesEndWithStatusTwo) {
         const CommandRun run(words);
         EXPECT_EQ(run.status, 2);
         EXPECT_EQ(run.out, "");
-        EXPECT_TRUE(holds(run.err, "wqevents mib compile: ")) << run.err;
+        const char* name = words.size() > 1 && words[1] == "compile" ? "mib compile" : "mib";
+        EXPECT_TRUE(run.err.starts_with("wqevents " + std::string(name) + ": ")) << run.err;
     }
 }
 

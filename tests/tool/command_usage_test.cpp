@@ -3,6 +3,8 @@
 #include <fcntl.h>
 
 #include "listening_process.h"
+#include "sample_traps.h"
+#include "support/temp_dir.h"
 
 namespace wq::test {
 namespace {
@@ -214,6 +216,21 @@ TEST(Usage, AReaderThatHasGoneEndsTheCommandQuietly) {
         EXPECT_EQ(run.status, 128 + SIGPIPE);
         EXPECT_EQ(run.err, "");
     }
+}
+
+TEST(Usage, AListenerWhoseReaderHasGoneRemovesItsSocket) {
+    const TempDir folder;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    SubprocessOptions options;
+    options.output = ends[1];
+    ListeningProcess listener({"--socket", folder.path("socket")}, options);
+    close(ends[0]);
+    close(ends[1]);
+    write_all(connected_to(folder.path("socket")), with_header(small_trap()));
+    EXPECT_EQ(listener.wait(), 128 + SIGPIPE);
+    EXPECT_FALSE(holds(listener.err(), "standard output")) << listener.err();
+    EXPECT_FALSE(std::filesystem::exists(folder.path("socket")));
 }
 
 TEST(Usage, HelpThatCannotBeWrittenIsAFailure) {

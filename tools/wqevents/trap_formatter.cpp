@@ -103,8 +103,9 @@ TrapFormatter::Result TrapFormatter::format(TrapRecords& trap, std::time_t time)
         text_ = without_newlines(text_);
         return Result::failed;
     }
-    if (!raw_) {
-        lines_ = trap_lines(kind_, text_, host == nullptr ? "" : host);
+    const std::string_view source = host == nullptr ? "" : host;
+    if (!raw_ && !is_one_plain_line(text_, source)) {
+        lines_ = trap_lines(kind_, text_, source);
         text_ = lines_;
     }
     return category == cut_short ? Result::cut : Result::shown;

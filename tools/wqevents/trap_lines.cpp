@@ -64,11 +64,11 @@ std::string take_line(rtrap_user kind, std::string_view& text, std::string_view 
     return line;
 }
 
+}  // namespace
+
 bool is_one_plain_line(std::string_view text, std::string_view host) {
     return text.find('\n') + 1 == text.size() && !text.starts_with('\t') && host.find('\n') == none;
 }
-
-}  // namespace
 
 std::string trap_lines(rtrap_user kind, std::string_view text, std::string_view host) {
     if (is_one_plain_line(text, host)) {
