@@ -32,7 +32,7 @@ constexpr const char* category_footer =
     "Examples:\n"
     "  wqevents conf category list\n"
     "  wqevents conf category add 'Cooling'\n"
-    "  wqevents conf category set 'Cooling' --name 'Air' --number 30 --dry-run\n"
+    "  wqevents conf category set 'Cooling' --name 'Air' --number 30\n"
     "  wqevents conf category delete 'Air' --backup";
 
 constexpr const char* action_footer =
