@@ -29,8 +29,11 @@ inline Words command_line(const Words& words) {
 
 /* Runs the command to its end. */
 struct CommandRun {
-    explicit CommandRun(const Words& words, const SubprocessOptions& options = {}) {
-        Subprocess process(command_line(words), options);
+    enum Line { of_the_command, as_it_is };
+
+    explicit CommandRun(const Words& words, const SubprocessOptions& options = {},
+                        Line line = of_the_command) {
+        Subprocess process(line == as_it_is ? words : command_line(words), options);
         status = process.wait();
         out = process.out();
         err = process.err();
@@ -38,6 +41,18 @@ struct CommandRun {
     int status;
     std::string out, err;
 };
+
+/* What an error says after the name of the subcommand, whether its further lines are indented or
+ * not. */
+inline std::string without_command(const std::string& error) {
+    const std::size_t begin = error.find(": ");
+    EXPECT_TRUE(error.starts_with("wqevents ") && begin != std::string::npos) << error;
+    std::string text = begin == std::string::npos ? error : error.substr(begin + 2);
+    for (std::size_t at = 0; (at = text.find("\n\t", at)) != std::string::npos;) {
+        text.erase(at + 1, 1);
+    }
+    return text;
+}
 
 class ListeningProcess : public Subprocess {
   public:

@@ -1,21 +1,17 @@
 #include "conf_edit.h"
 
-#include <unistd.h>
 #include <wqevents/configuration.h>
 #include <wqevents/formatter.h>
 
 #include <CLI/CLI.hpp>
-#include <chrono>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "command.h"
+#include "conf_lines.h"
 #include "conf_model.h"
 #include "conf_show.h"
 #include "conf_trap.h"
@@ -31,7 +27,7 @@ namespace {
 constexpr const char* edit_help =
     "\nThe file is locked, read, changed and written; the daemon is told. The file's comments are\n"
     "lost. A change that the file's reader would not understand is refused before anything is\n"
-    "written.\n";
+    "written. --dry-run shows every line that would change, the one with the time among them.\n";
 
 constexpr const char* values_help =
     "\nSEVERITY is a number or Cleared, Indeterminate, Warning, Minor, Critical, Major. An empty\n"
@@ -40,12 +36,13 @@ constexpr const char* values_help =
 
 constexpr const char* add_example =
     "\nExample:\n"
-    "  wqevents conf add fanFailed --enterprise machineRoom --specific 7 --severity Major \\\n"
-    "      --category 'Error Events' --format 'Fan $1 of $A failed'";
+    "  wqevents conf add doorOpen --enterprise machineRoom --specific 700 --severity Major \\\n"
+    "      --category 'Error Events' --format 'Door $1 of $A is open'";
 
 constexpr const char* set_example =
     "\nExamples:\n"
-    "  wqevents conf set agentLinkDown --severity Critical --node core1 --node core2\n"
+    "  wqevents conf set agentLinkDown --severity Critical --backup\n"
+    "  wqevents conf set agentStart --node core1 --node core2\n"
     "  wqevents conf set agentLinkDown --exec '' --dry-run";
 
 constexpr const char* delete_example =
@@ -58,14 +55,6 @@ constexpr const char* rename_example =
 
 /* An application of another vendor. */
 constexpr std::uint16_t source = 15;
-
-struct EditOptions {
-    std::string conf;
-    bool dry_run = false;
-    bool raw = false;
-    bool no_notify = false;
-    double wait = 0;
-};
 
 using Text = std::optional<std::string>;
 using Texts = std::optional<std::vector<std::string>>;
@@ -88,62 +77,6 @@ struct NamedEdit {
     std::string new_name;
 };
 
-/* What an edit did to the model. */
-struct Done {
-    std::string title;                 // "added x"
-    std::vector<std::string> details;  // lines below it
-    std::string name;                  // of the trap that must be there now; may be empty
-    std::vector<ShownValue> wanted;    // its values
-    bool leaves_alert = false;         // an alert is configured for a name that is gone
-};
-
-/* --- the file --- */
-
-struct CloseStream {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
-};
-using LockedFile = std::unique_ptr<std::FILE, CloseStream>;
-
-std::string taken_text(char* text) {
-    std::string message = text == nullptr ? "" : text;
-    std::free(text);
-    if (message.ends_with('\n')) {
-        message.pop_back();
-    }
-    return message;
-}
-
-/* Whether it is another's lock that was in the way, which may go. */
-bool is_worth_waiting() {
-    return access(getVortdConfFile(), R_OK | W_OK) == 0;
-}
-
-LockedFile lock(double patience) {
-    using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::milliseconds pause(20);
-    const auto end = Clock::now() + std::chrono::duration<double>(patience);
-    while (true) {
-        char* message = nullptr;
-        LockedFile file(lockVortdConfFile(&message));
-        const std::string reason = taken_text(message);
-        if (file != nullptr) {
-            return file;
-        }
-        if (!is_worth_waiting() || Clock::now() >= end) {
-            throw Failure(reason);
-        }
-        std::this_thread::sleep_for(pause);
-    }
-}
-
-void write(LockedFile file) {
-    if (write_trapspec_file(file.get()) != 0) {
-        throw Failure(std::string(getVortdConfFile()).append(" could not be written"));
-    }
-    // Closed by what wrote it.
-    static_cast<void>(file.release());  // NOLINT(bugprone-unused-return-value)
-}
-
 void notify() {
     char* message = nullptr;
     if (sendFMTCHGevent("wqevents", source, &message) != 0 && message != nullptr) {
@@ -153,28 +86,52 @@ void notify() {
 
 /* --- an edit, whatever it does --- */
 
-/*
- * The model becomes what the file will be read as. Reading turns the order of some traps round: it
- * is done twice each time, so that they stand in the file as before.
- */
-void verify(const Done& done) {
+/* What a read of the file loses already, an edit of something else would lose for good. */
+void refuse_losses(const std::string& text) {
+    constexpr std::size_t longest_format = 4094;
+    constexpr std::uint32_t longest_oid = 100;
+    for (const ConfLine& line : conf_lines(text)) {
+        const bool compiled = line.kind == ConfLineKind::format ||
+                              line.kind == ConfLineKind::exec || line.kind == ConfLineKind::display;
+        if (compiled && line.argument.size() > longest_format) {
+            throw Failure("the text in line " + std::to_string(line.number) +
+                          " is longer than 4094 bytes and would be lost");
+        }
+    }
+    for (const enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
+        if (e->oid_len > longest_oid) {
+            throw Failure("the object identifier of the enterprise " +
+                          command::quoted(e->enterprise_name) +
+                          " is longer than 100 numbers and would be cut");
+        }
+    }
+}
+
+void require_values(const Done& done) {
+    if (done.wanted.empty()) {
+        return;
+    }
     const std::vector<ShownValue>& wanted = done.wanted;
-    const std::string text = written_form();
-    read_back();
-    const std::vector<ShownValue> got =
-        wanted.empty() ? wanted : shown_values(find_trap(done.name));
+    const std::vector<ShownValue> got = shown_values(find_trap(done.name));
     for (std::size_t i = 0; i < wanted.size(); ++i) {
         if (got[i] != wanted[i]) {
             throw Failure(std::string("the ")
                               .append(wanted[i].name)
                               .append(" would not be read back as it is given: ")
-                              .append(command::quoted(wanted[i].text))
+                              .append(command::quoted(in_one_line(wanted[i].text)))
                               .append(" as ")
-                              .append(command::quoted(got[i].text)));
+                              .append(command::quoted(in_one_line(got[i].text))));
         }
     }
-    require_same_lines(text);
-    read_back();
+}
+
+/* The model's text, once it is sure that the reader makes the same model of it. */
+std::string verified_text(const Done& done) {
+    std::string text = written_text();
+    read_back(text);
+    require_values(done);
+    require_same_text(text);
+    return text;
 }
 
 void print_done(const Done& done) {
@@ -183,16 +140,6 @@ void print_done(const Done& done) {
     for (const std::string& line : done.details) {
         output.text().append("  ").append(line).append("\n");
     }
-    output.flush();
-}
-
-void print_difference(const std::string& before, bool raw) {
-    const std::string name = shown(getVortdConfFile());
-    Output output;
-    if (raw) {
-        output.pass_raw();
-    }
-    output.text() = unified_diff({name, before}, {name, written_form()});
     output.flush();
 }
 
@@ -209,31 +156,61 @@ void warn_of_alert(const Done& done) {
     }
 }
 
-template <class Change>
-void edit(const EditOptions& options, const Change& change) {
-    setVortdConfFile(options.conf.c_str());
-    LockedFile file = options.dry_run ? nullptr : lock(options.wait);
-    load_configuration();
-    read_back();
-    load_alerts();
-    const std::string before = written_form();
-    const Done done = change();
-    verify(done);
-    if (options.dry_run) {
-        print_difference(before, options.raw);
-        return;
+}  // namespace
+
+void print_difference(const EditOptions& options, const std::string& before,
+                      const std::string& after) {
+    const std::string name = shown(getVortdConfFile());
+    Output output;
+    if (options.raw) {
+        output.pass_raw();
     }
-    if (written_form() == before) {
-        print_nothing();
-        return;
+    output.text() = unified_diff({name, before}, {name, after});
+    output.flush();
+}
+
+void store(const EditOptions& options, LockedFile file, const std::string& before,
+           const std::string& after) {
+    if (options.backup) {
+        put_beside(backup_name(), fileno(file.get()), before);
     }
-    write(std::move(file));
-    print_done(done);
-    warn_of_alert(done);
+    replace_bytes(file, after);
+}
+
+void tell_daemon(const EditOptions& options) {
     if (!options.no_notify) {
         notify();
     }
 }
+
+std::string backup_name() {
+    return std::string(getVortdConfFile()) + "~";
+}
+
+void run_edit(const EditOptions& options, const std::function<Done()>& change) {
+    setVortdConfFile(options.conf.c_str());
+    LockedFile file = options.dry_run ? nullptr : lock_configuration(options.wait);
+    const std::string before =
+        options.dry_run ? read_configuration_bytes(getVortdConfFile()) : bytes_of(file);
+    load_text(before, getVortdConfFile());
+    refuse_losses(before);
+    const Done done = change();
+    const std::string after = done.changed ? verified_text(done) : before;
+    if (options.dry_run) {
+        print_difference(options, before, after);
+        return;
+    }
+    if (!done.changed) {
+        print_nothing();
+        return;
+    }
+    store(options, std::move(file), before, after);
+    print_done(done);
+    warn_of_alert(done);
+    tell_daemon(options);
+}
+
+namespace {
 
 /* --- values --- */
 
@@ -261,12 +238,15 @@ enterprise_info* enterprise_for(const ValueOptions& options) {
         const auto length = static_cast<std::uint32_t>(oid.size());
         enterprise_info* enterprise = nullptr;
         find_enterprise(oid.data(), length, &enterprise);
-        if (enterprise != nullptr && enterprise->oid_len == length) {
+        const bool is_there = enterprise != nullptr && enterprise->oid_len == length;
+        if (is_there && *options.new_enterprise != enterprise->enterprise_name) {
             throw Failure("the enterprise " + command::quoted(text) +
                           " is configured already, as " +
                           command::quoted(enterprise->enterprise_name));
         }
-        insert_enterprise(oid.data(), length, options.new_enterprise->c_str());
+        if (!is_there) {
+            insert_enterprise(oid.data(), length, options.new_enterprise->c_str());
+        }
     }
     return find_enterprise_like(text);
 }
@@ -328,15 +308,6 @@ void apply(TrapValues& trap, const ValueOptions& options) {
     }
 }
 
-/* The text in one line. */
-std::string in_one_line(const std::string& text) {
-    std::string line;
-    for (const char c : text) {
-        line += c == '\n' ? std::string("\\n") : std::string(1, c);
-    }
-    return line;
-}
-
 std::vector<std::string> differences(const TrapValues& before, const TrapValues& after) {
     const std::vector<ShownValue> old_values = shown_values(before);
     const std::vector<ShownValue> new_values = shown_values(after);
@@ -361,7 +332,9 @@ Done run_add(const NamedEdit& options) {
     apply(trap, options.values);
     check_values(trap);
     add_trap(trap);
-    return {"added " + command::quoted(trap.name), {}, trap.name, shown_values(trap)};
+    return {.title = "added " + command::quoted(trap.name),
+            .name = trap.name,
+            .wanted = shown_values(trap)};
 }
 
 Done run_set(const NamedEdit& options) {
@@ -371,14 +344,18 @@ Done run_set(const NamedEdit& options) {
     check_values(after);
     const std::vector<std::string> lines = differences(before, after);
     replace_trap(options.name, after);
-    return {"changed " + command::quoted(options.name), lines, options.name, shown_values(after)};
+    return {.title = "changed " + command::quoted(options.name),
+            .details = lines,
+            .name = options.name,
+            .wanted = shown_values(after),
+            .changed = !lines.empty()};
 }
 
 Done run_delete(const NamedEdit& options) {
     find_trap(options.name);
     const bool leaves_alert = has_alert(options.name);
     deleteTrapRecord(options.name.c_str());
-    return {"deleted " + command::quoted(options.name), {}, "", {}, leaves_alert};
+    return {.title = "deleted " + command::quoted(options.name), .leaves_alert = leaves_alert};
 }
 
 Done run_rename(const NamedEdit& options) {
@@ -387,27 +364,15 @@ Done run_rename(const NamedEdit& options) {
     trap.name = options.new_name;
     check_values(trap);
     replace_trap(options.name, trap);
-    return {"renamed " + command::quoted(options.name) + " to " + command::quoted(trap.name),
-            {},
-            trap.name,
-            shown_values(trap),
-            leaves_alert};
+    return {
+        .title = "renamed " + command::quoted(options.name) + " to " + command::quoted(trap.name),
+        .name = trap.name,
+        .wanted = shown_values(trap),
+        .leaves_alert = leaves_alert,
+        .changed = options.new_name != options.name};
 }
 
 /* --- the command line --- */
-
-void add_edit_options(CLI::App& command, EditOptions& options) {
-    command.add_option("--conf", options.conf, "The file (default: see wqevents conf check)")
-        ->type_name("FILE");
-    command.add_option("--wait", options.wait, "Try that long where another has the lock")
-        ->type_name("SECONDS")
-        ->transform(real_number(0, 86400));
-    CLI::Option* dry_run =
-        command.add_flag("--dry-run", options.dry_run, "Print the difference; write nothing");
-    command.add_flag("--raw", options.raw, "Print it without escapes, as for patch")
-        ->needs(dry_run);
-    command.add_flag("--no-notify", options.no_notify, "Do not tell the daemon");
-}
 
 void add_text_options(CLI::App& command, ValueOptions& values) {
     struct Option {
@@ -467,11 +432,25 @@ CLI::App* add_command(CLI::App& conf, const char* name, const char* help, Run ru
     command->add_option("NAME", options->name, "The trap's name")->required()->type_name("");
     add_edit_options(*command, options->edit);
     command->callback(
-        [options, run] { edit(options->edit, [&options, run] { return run(*options); }); });
+        [options, run] { run_edit(options->edit, [&options, run] { return run(*options); }); });
     return command;
 }
 
 }  // namespace
+
+void add_edit_options(CLI::App& command, EditOptions& options) {
+    command.add_option("--conf", options.conf, "The file (default: see wqevents conf check)")
+        ->type_name("FILE");
+    command.add_option("--wait", options.wait, "Try that long where another has the lock")
+        ->type_name("SECONDS")
+        ->transform(real_number(0, 86400));
+    CLI::Option* dry_run =
+        command.add_flag("--dry-run", options.dry_run, "Print the difference; write nothing");
+    command.add_flag("--raw", options.raw, "Print it without escapes, as for patch")
+        ->needs(dry_run);
+    command.add_flag("--backup", options.backup, "Keep the old text as FILE~");
+    command.add_flag("--no-notify", options.no_notify, "Do not tell the daemon");
+}
 
 void add_conf_edit(CLI::App& conf) {
     const auto added = std::make_shared<NamedEdit>();

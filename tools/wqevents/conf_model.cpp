@@ -9,21 +9,26 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <optional>
-#include <string_view>
 #include <vector>
 
 #include "command.h"
+#include "conf_file.h"
+#include "conf_lines.h"
 #include "file_descriptor.h"
 #include "input_file.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
 
 constexpr std::string_view time_stamp = "# Created by zeltrap at ";
+
+/* The slot of the category that only reading gave the model. */
+std::optional<std::size_t> implied;
 
 std::string without_last_newline(std::string message) {
     if (message.ends_with('\n')) {
@@ -33,23 +38,23 @@ std::string without_last_newline(std::string message) {
 }
 
 /* The reader's message as that of a command: with the file's name, without a last newline. */
-std::string explained(std::string message) {
-    const std::string file = getVortdConfFile();
+std::string explained(std::string message, const std::string& file) {
     constexpr std::string_view further = "Could not open new ";
     if (message.starts_with(further)) {
         message.replace(0, further.size(), "Could not open ");
     }
     if (message.empty()) {
-        return file + ": a line of a slot mapping has no value";
+        return shown(file) + ": a line of a slot mapping has no value";
     }
     message = without_last_newline(std::move(message));
-    return message.find(file) == std::string::npos ? file + ": " + message : message;
+    return message.find(file) == std::string::npos ? shown(file) + ": " + message : message;
 }
 
 /* The message of reading `path` into an empty model; none where all of it was read. Alerts are left
  * alone, whose message would take the place of this one. */
 std::optional<std::string> read_into_empty_model(const char* path) {
     free_all_info();
+    implied.reset();
     char* message = nullptr;
     if (augmentTrapspecFile(&message, path) == 0 && *message == '\0') {
         return std::nullopt;
@@ -57,61 +62,203 @@ std::optional<std::string> read_into_empty_model(const char* path) {
     return message;
 }
 
-/* The model as the library writes it, in a file that has no name. */
-FileDescriptor written_file() {
-    FileDescriptor file(memfd_create("vortd.conf", MFD_CLOEXEC));
-    const int copy = file.get() < 0 ? -1 : dup(file.get());
-    std::FILE* stream = copy < 0 ? nullptr : fdopen(copy, "r+");
-    if (stream == nullptr) {
-        throw system_failure("cannot make a temporary file", errno);
-    }
-    if (write_trapspec_file(stream) != 0) {
-        std::fclose(stream);
-        throw Failure("cannot write to a temporary file");
-    }
-    return file;
-}
+/* A file that has no name, with a stream to write to. */
+struct NamelessFile {
+    FileDescriptor fd{memfd_create("vortd.conf", MFD_CLOEXEC)};
 
-std::string text_of(const FileDescriptor& file) {
-    const int copy = dup(file.get());
-    const InputFile stream(copy < 0 ? nullptr : fdopen(copy, "r"));
-    if (!stream) {
-        throw system_failure("cannot read a temporary file", errno);
+    std::string path() const {
+        return std::string("/proc/self/fd/").append(std::to_string(fd.get()));
     }
-    std::rewind(stream.get());
-    return read_all(stream.get(), "temporary file");
-}
-
-/* The table of categories as it is. A read may give a file one category more, which it would
- * otherwise gain each time that it is edited. */
-class Categories {
-  public:
-    Categories() {
-        std::ranges::transform(EMScategories, used_.begin(),
-                               [](const char* name) { return name != nullptr; });
-    }
-    void drop_others() const {
-        for (std::size_t i = 0; i < used_.size(); ++i) {
-            if (!used_[i]) {
-                doFree(EMScategories[i]);
-                EMScategories[i] = nullptr;
-            }
+    InputFile stream() const {
+        /* A limit on the size of files is an error of the write, not the end. */
+        std::signal(SIGXFSZ, SIG_IGN);
+        const int copy = fd.get() < 0 ? -1 : dup(fd.get());
+        std::FILE* file = copy < 0 ? nullptr : fdopen(copy, "r+");
+        if (file == nullptr) {
+            throw system_failure("cannot make a temporary file", errno);
         }
+        return InputFile(file);
     }
-
-  private:
-    std::array<bool, EMS_CATEGORIES_MAX> used_{};
 };
 
-std::vector<std::string_view> sorted_lines(std::string_view text) {
-    std::vector<std::string_view> lines;
-    while (!text.empty()) {
-        const std::size_t length = std::min(text.find('\n'), text.size());
-        lines.push_back(text.substr(0, length));
-        text.remove_prefix(std::min(length + 1, text.size()));
+/* --- what a read does besides --- */
+
+struct StandardCategory {
+    std::size_t slot;
+    const char** name;
+};
+
+/* The order in which the reader looks for one that is missing. */
+constexpr std::array<StandardCategory, 8> standard_categories = {{
+    {9, &ignoreCatString},
+    {7, &logOnlyCatString},
+    {2, &errorCatString},
+    {0, &threshCatString},
+    {1, &nettopCatString},
+    {3, &statusCatString},
+    {4, &nodeconfCatString},
+    {5, &applalertCatString},
+}};
+
+using Slots = std::array<std::string_view, EMS_CATEGORIES_MAX>;
+
+/* The slot that the reader gives a line's name; none where the name stands already. */
+std::optional<std::size_t> slot_for(const Slots& slots, const ConfCategory& line) {
+    std::size_t slot = line.slot;
+    if (slots[slot].empty()) {
+        return slot;
     }
-    std::ranges::sort(lines);
-    return lines;
+    if (std::ranges::find(slots, line.name) != slots.end()) {
+        return std::nullopt;
+    }
+    for (slot = slots.size() - 1; slot != 0 && !slots[slot].empty(); --slot) {
+    }
+    return slot;
+}
+
+/* The first standard category for which the lines leave room is the one that reading added. */
+std::optional<std::size_t> find_implied(const std::vector<ConfCategory>& lines) {
+    Slots slots{};
+    for (const ConfCategory& line : lines) {
+        if (const auto slot = slot_for(slots, line)) {
+            slots[*slot] = line.name;
+        }
+    }
+    for (const StandardCategory& category : standard_categories) {
+        if (slots[category.slot].empty()) {
+            const bool added = EMScategories[category.slot] != nullptr;
+            return added ? std::optional(category.slot) : std::nullopt;
+        }
+    }
+    return std::nullopt;
+}
+
+/* A trap of a category that the file has, too, is in that one. */
+void prefer_own_category(std::size_t other) {
+    for (std::size_t slot = 0; slot < EMS_CATEGORIES_MAX; ++slot) {
+        if (slot == other || EMScategories[slot] == nullptr ||
+            std::string_view(EMScategories[slot]) != EMScategories[other]) {
+            continue;
+        }
+        for (enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
+            for (trap_record* r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
+                if (r->category_number == static_cast<int>(other)) {
+                    r->category_number = static_cast<int>(slot);
+                }
+            }
+        }
+        return;
+    }
+}
+
+std::optional<std::string> read_text(const std::string& text, const std::string& name) {
+    const NamelessFile file;
+    const InputFile stream = file.stream();
+    if (std::fwrite(text.data(), 1, text.size(), stream.get()) != text.size() ||
+        std::fflush(stream.get()) != 0) {
+        throw system_failure("cannot write to a temporary file", errno);
+    }
+    auto message = read_into_empty_model(file.path().c_str());
+    const std::string path = file.path();
+    const std::size_t at = message ? message->find(path) : std::string::npos;
+    if (at != std::string::npos) {
+        message->replace(at, path.size(), name);
+    }
+    if (!message) {
+        implied = find_implied(category_lines(text));
+        if (implied) {
+            prefer_own_category(*implied);
+        }
+    }
+    return message;
+}
+
+/* --- writing --- */
+
+bool has_same_numbers(const trap_record* one, const trap_record* other) {
+    return one->generic_trap == other->generic_trap && one->specific_trap == other->specific_trap;
+}
+
+/* Turns round the records with nodes that follow `head` and share their numbers; returns the last
+ * of them, or `head` where there are none. */
+trap_record* turn_round(trap_record* head) {
+    trap_record* const first = head->next;
+    if (first->nodeCnt == 0) {
+        return head;
+    }
+    trap_record* at = first->next;
+    while (at != nullptr && at->nodeCnt != 0 && has_same_numbers(at, first)) {
+        first->next = at->next;
+        at->next = head->next;
+        head->next = at;
+        at = first->next;
+    }
+    return first;
+}
+
+/*
+ * The reader puts a record with nodes before those of the same numbers. While one of these lives
+ * they stand in the lists as in the file.
+ */
+class FileOrder {
+  public:
+    FileOrder() { turn_all_round(); }
+    ~FileOrder() { turn_all_round(); }
+    FileOrder(const FileOrder&) = delete;
+    FileOrder& operator=(const FileOrder&) = delete;
+
+  private:
+    static void turn_all_round() {
+        for (enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
+            trap_record* at = &e->trap_rec_list_head;
+            while (at->next != nullptr) {
+                trap_record* const last = turn_round(at);
+                at = last == at ? at->next : last;
+            }
+        }
+        trapspec_relinked();
+    }
+};
+
+std::string composed_text() {
+    const NamelessFile file;
+    const FileOrder order;
+    InputFile stream = file.stream();
+    if (write_trapspec_file(stream.get()) != 0) {
+        throw Failure("cannot write to a temporary file");
+    }
+    /* Closed by what wrote it. */
+    static_cast<void>(stream.release());  // NOLINT(bugprone-unused-return-value)
+    const InputFile written = file.stream();
+    std::rewind(written.get());
+    return read_all(written.get(), "temporary file");
+}
+
+std::string category_line(std::size_t slot) {
+    return std::string(categoryKeyword)
+        .append(" ")
+        .append(std::to_string(slot))
+        .append(" \"")
+        .append(EMScategories[slot])
+        .append("\"\n");
+}
+
+std::string_view next_line(std::string_view& text) {
+    const std::size_t length = std::min(text.find('\n'), text.size());
+    const std::string_view line = text.substr(0, length);
+    text.remove_prefix(std::min(length + 1, text.size()));
+    return line;
+}
+
+/* The first line of one text that the other does not have in its place. */
+std::string_view first_difference(std::string_view one, std::string_view other) {
+    while (!one.empty()) {
+        const std::string_view line = next_line(one);
+        if (line != next_line(other)) {
+            return line;
+        }
+    }
+    return next_line(other);
 }
 
 }  // namespace
@@ -131,10 +278,20 @@ bool has_alert_file() {
     return access(path.c_str(), F_OK) == 0 || errno != ENOENT;
 }
 
-void load_configuration() {
-    refuse_special_file(getVortdConfFile());
-    if (const auto message = read_into_empty_model(getVortdConfFile())) {
-        throw Failure(explained(*message));
+std::string load_configuration(const std::string& name) {
+    setVortdConfFile(name.c_str());
+    const std::string file = getVortdConfFile();
+    std::string text = read_configuration_bytes(file);
+    load_text(text, file);
+    return text;
+}
+
+void load_text(const std::string& text, const std::string& name) {
+    if (const auto message = read_text(text, name)) {
+        throw Failure(explained(*message, name) +
+                      (is_unfinished(text) ? "\nIts writer has not finished: see 'wqevents conf "
+                                             "repair --help'."
+                                           : ""));
     }
 }
 
@@ -146,8 +303,26 @@ std::string load_alerts() {
     return without_last_newline(message);
 }
 
-std::string written_form() {
-    std::string text = text_of(written_file());
+bool is_implied_category(std::size_t slot) {
+    return implied == slot;
+}
+
+void make_category_explicit(std::size_t slot) {
+    if (implied == slot) {
+        implied.reset();
+    }
+}
+
+std::string written_text() {
+    std::string text = composed_text();
+    if (implied) {
+        const std::string line = category_line(*implied);
+        text.erase(text.find("\n" + line) + 1, line.size());
+    }
+    return text;
+}
+
+std::string without_time_stamp(std::string text) {
     const std::size_t begin = text.find(time_stamp);
     if (begin != std::string::npos) {
         text.erase(begin, text.find('\n', begin) + 1 - begin);
@@ -155,32 +330,22 @@ std::string written_form() {
     return text;
 }
 
-void read_back() {
-    const Categories categories;
-    const FileDescriptor file = written_file();
-    const std::string path = std::string("/proc/self/fd/").append(std::to_string(file.get()));
-    if (auto message = read_into_empty_model(path.c_str())) {
+void read_back(const std::string& text) {
+    if (auto message = read_text(text, "the new text")) {
         /* The line is one of a file that nobody sees. */
         message->resize(std::min(message->size(), message->find(" in line #")));
         throw Failure("it would not be read back: " + (message->empty()
                                                            ? "a line of a slot mapping has no value"
                                                            : without_last_newline(*message)));
     }
-    categories.drop_others();
 }
 
-void require_same_lines(const std::string& text) {
-    const std::string other = written_form();
-    if (other == text) {
-        return;
-    }
-    const std::vector<std::string_view> wanted = sorted_lines(text);
-    const std::vector<std::string_view> got = sorted_lines(other);
-    const auto [line, end] = std::ranges::mismatch(wanted, got);
-    if (line != wanted.end() || end != got.end()) {
-        const std::string_view lost = line != wanted.end() ? *line : *end;
-        throw Failure(
-            std::string("the configuration would not be read back as it is: ").append(lost));
+void require_same_text(const std::string& text) {
+    const std::string wanted = without_time_stamp(text);
+    const std::string got = without_time_stamp(written_text());
+    if (got != wanted) {
+        throw Failure(std::string("the configuration would not be read back as it is: ")
+                          .append(first_difference(wanted, got)));
     }
 }
 

@@ -5,15 +5,22 @@
 #ifndef WQEVENTS_TOOL_CONF_MODEL_H
 #define WQEVENTS_TOOL_CONF_MODEL_H
 
+#include <cstddef>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace wq::command {
 
 /*
- * load_configuration: reads the file that getVortdConfFile() names. A Failure with the reader's
- * message where that is missing, wrong, or would be read in part.
+ * load_configuration: reads the file `name`, which an empty name leaves to getVortdConfFile().
+ * Returns its bytes. A Failure with the reader's message where that is missing, wrong, or would be
+ * read in part.
  */
-void load_configuration();
+std::string load_configuration(const std::string& name);
+
+/* load_text: the same with the bytes of a file, which messages call `name`. */
+void load_text(const std::string& text, const std::string& name);
 
 /* has_alert_file: whether there is a file of alerts; none is needed. */
 bool has_alert_file();
@@ -22,21 +29,32 @@ bool has_alert_file();
  * reader's message, empty on success. */
 std::string load_alerts();
 
-/* written_form: the model as the library writes it, without the line that tells when. */
-std::string written_form();
+/*
+ * is_implied_category: whether the category of that slot stands in the model only because the
+ * reader gave the text that was loaded last one standard category more.
+ */
+bool is_implied_category(std::size_t slot);
+
+/* make_category_explicit: the category of that slot is one of the file from now on. */
+void make_category_explicit(std::size_t slot);
 
 /*
- * read_back: puts what the reader makes of the model's written form in its place, so that it is
- * known before a file is touched. A Failure where the reader does not accept it or reads something
- * else.
+ * written_text: the bytes of a file of the model, in the library's layout. Traps of the same
+ * numbers stand as they did in the file that was loaded, and an implied category has no line.
  */
-void read_back();
+std::string written_text();
+
+/* without_time_stamp: the text without the line that tells when it was written, and by whom. */
+std::string without_time_stamp(std::string text);
 
 /*
- * require_same_lines: a Failure unless the model's written form has the lines of `text`. Their
- * order is not looked at: of traps with the same numbers and with nodes the reader turns it round.
+ * read_back: puts what the reader makes of `text`, which written_text() gave, in the model's place.
+ * A Failure where the reader does not accept it.
  */
-void require_same_lines(const std::string& text);
+void read_back(const std::string& text);
+
+/* require_same_text: a Failure unless the model that was read back would be written as `text`. */
+void require_same_text(const std::string& text);
 
 }  // namespace wq::command
 

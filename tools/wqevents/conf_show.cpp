@@ -4,18 +4,18 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <memory>
-#include <optional>
 #include <span>
 #include <vector>
 
 #include "command.h"
 #include "conf_model.h"
+#include "conf_trap.h"
 #include "oid_text.h"
 #include "output.h"
 #include "shown_text.h"
+#include "text_table.h"
 #include "unified_diff.h"
 
 namespace wq::command {
@@ -58,14 +58,9 @@ std::span<const std::uint32_t> oid_of(const enterprise_info& enterprise) {
     return {enterprise.enterprise_oid, enterprise.oid_len};
 }
 
-void load(const std::string& conf) {
-    setVortdConfFile(conf.c_str());
-    load_configuration();
-}
-
 /* --- list --- */
 
-using Row = std::array<std::string, 6>;
+using Row = std::vector<std::string>;
 
 /* "Major", or the number where that has no name. */
 std::string severity_text(int number) {
@@ -79,14 +74,19 @@ std::string category_text(int number) {
     return named ? EMScategories[number] : std::to_string(number);
 }
 
-std::vector<Row> rows_of(const enterprise_info* only, std::optional<int> category) {
+/* Two slots may have the same name. */
+bool is_in(const trap_record& record, const std::string& category) {
+    return category.empty() || category_text(record.category_number) == category;
+}
+
+std::vector<Row> rows_of(const enterprise_info* only, const std::string& category) {
     std::vector<Row> rows{{"NAME", "ENTERPRISE", "GENERIC", "SPECIFIC", "SEVERITY", "CATEGORY"}};
     for (const enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
         if (only != nullptr && e != only) {
             continue;
         }
         for (const trap_record* r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
-            if (!category || r->category_number == *category) {
+            if (is_in(*r, category)) {
                 rows.push_back({r->name, e->enterprise_name, std::to_string(r->generic_trap),
                                 std::to_string(r->specific_trap), severity_text(r->severity),
                                 category_text(r->category_number)});
@@ -96,33 +96,14 @@ std::vector<Row> rows_of(const enterprise_info* only, std::optional<int> categor
     return rows;
 }
 
-void print_table(const std::vector<Row>& rows) {
-    std::array<std::size_t, 5> widths{};
-    for (const Row& row : rows) {
-        for (std::size_t i = 0; i < widths.size(); ++i) {
-            widths[i] = std::max(widths[i], row[i].size());
-        }
-    }
-    Output output;
-    for (const Row& row : rows) {
-        for (std::size_t i = 0; i < widths.size(); ++i) {
-            output.text().append(row[i]).append(widths[i] + 2 - row[i].size(), ' ');
-        }
-        output.text().append(row.back()).append("\n");
-        output.written();
-    }
-    output.flush();
-}
-
 void run_list(const ListOptions& options) {
-    load(options.conf);
+    load_configuration(options.conf);
     const enterprise_info* only =
         options.enterprise.empty() ? nullptr : find_enterprise_like(options.enterprise);
-    std::optional<int> category;
     if (!options.category.empty()) {
-        category = find_category(options.category);
+        find_category(options.category);
     }
-    print_table(rows_of(only, category));
+    print_table(rows_of(only, options.category));
 }
 
 /* --- show --- */
@@ -143,14 +124,11 @@ std::string block_of(trap_record& record, const enterprise_info& enterprise) {
 }
 
 void run_show(const ShowOptions& options) {
-    load(options.conf);
+    load_configuration(options.conf);
     trap_record* record = nullptr;
     enterprise_info* enterprise = nullptr;
     if (nameToTrapAndEnterprise(options.name.c_str(), &record, &enterprise) != 0) {
-        throw Failure(std::string("no trap ")
-                          .append(command::quoted(options.name))
-                          .append(" is configured in ")
-                          .append(shown(getVortdConfFile())));
+        throw no_trap(options.name);
     }
     Output output;
     if (options.raw) {
@@ -167,14 +145,14 @@ void run_show(const ShowOptions& options) {
 
 /* --- diff --- */
 
-std::string written_form_of(const std::string& file) {
-    load(file);
-    return written_form();
+std::string text_of(const std::string& file) {
+    load_configuration(file);
+    return without_time_stamp(written_text());
 }
 
 void run_diff(const DiffOptions& options) {
-    const std::string before = written_form_of(options.before);
-    const std::string after = written_form_of(options.after);
+    const std::string before = text_of(options.before);
+    const std::string after = text_of(options.after);
     Output output;
     if (options.raw) {
         output.pass_raw();
@@ -231,14 +209,20 @@ enterprise_info* find_enterprise_like(const std::string& text) {
             return enterprise;
         }
     }
-    throw Failure("no enterprise " + command::quoted(text) + " is configured");
+    throw Failure("no enterprise " + command::quoted(text) +
+                  " is configured; 'wqevents conf enterprise add' makes one");
+}
+
+Failure no_category(const std::string& name) {
+    return Failure("no category " + command::quoted(name) +
+                   " is configured; 'wqevents conf category add' makes one");
 }
 
 int find_category(const std::string& name) {
     const auto* found = std::ranges::find_if(
         EMScategories, [&name](const char* other) { return other != nullptr && name == other; });
     if (found == std::end(EMScategories)) {
-        throw Failure("no category " + command::quoted(name) + " is configured");
+        throw no_category(name);
     }
     return static_cast<int>(found - std::begin(EMScategories));
 }

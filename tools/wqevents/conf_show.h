@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "command.h"
+
 namespace CLI {
 class App;
 }
@@ -16,6 +18,9 @@ namespace wq::command {
 
 /* find_enterprise_like: the enterprise of that name, or object identifier; else a Failure. */
 enterprise_info* find_enterprise_like(const std::string& text);
+
+/* no_category: the Failure that tells so. */
+Failure no_category(const std::string& name);
 
 /* find_category: the number of the category of that name; else a Failure. */
 int find_category(const std::string& name);

@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-#include "command.h"
+#include "conf_model.h"
 #include "oid_text.h"
 #include "shown_text.h"
 
@@ -23,10 +23,7 @@ Place place_of(const std::string& name) {
     /* The look-up compares as much as a record can hold. */
     if (name.size() >= EMS_NAME_MAX ||
         nameToTrapAndEnterprise(name.c_str(), &place.record, &place.enterprise) != 0) {
-        throw Failure(std::string("no trap ")
-                          .append(command::quoted(name))
-                          .append(" is configured in ")
-                          .append(shown(getVortdConfFile())));
+        throw no_trap(name);
     }
     return place;
 }
@@ -215,12 +212,29 @@ std::string slots_text(const TrapValues& trap) {
 
 }  // namespace
 
+Failure no_trap(const std::string& name) {
+    return Failure(std::string("no trap ")
+                       .append(command::quoted(name))
+                       .append(" is configured in ")
+                       .append(shown(getVortdConfFile()))
+                       .append("; 'wqevents conf add' makes one"));
+}
+
 TrapValues find_trap(const std::string& name) {
     return values_of(place_of(name));
 }
 
 bool has_alert(const std::string& name) {
+    load_alerts();
     return place_of(name).record->alert_element != nullptr;
+}
+
+std::string in_one_line(const std::string& text) {
+    std::string line;
+    for (const char c : text) {
+        line += c == '\n' ? std::string("\\n") : std::string(1, c);
+    }
+    return line;
 }
 
 std::vector<ShownValue> shown_values(const TrapValues& trap) {

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "command.h"
+
 namespace wq::command {
 
 struct TrapValues {
@@ -43,8 +45,14 @@ struct ShownValue {
 /* find_trap: the values of the trap of that name; a Failure where there is none. */
 TrapValues find_trap(const std::string& name);
 
+/* no_trap: the Failure that tells so. */
+Failure no_trap(const std::string& name);
+
 /* has_alert: whether an alert is configured for the trap of that name. */
 bool has_alert(const std::string& name);
+
+/* in_one_line: the text with "\\n" for each newline. */
+std::string in_one_line(const std::string& text);
 
 /* shown_values: all of them, always in the same order. */
 std::vector<ShownValue> shown_values(const TrapValues& trap);
