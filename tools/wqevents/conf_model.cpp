@@ -116,19 +116,19 @@ std::vector<std::string_view> sorted_lines(std::string_view text) {
 
 }  // namespace
 
-bool has_alert_file() {
-    std::string path;
+std::string alert_file_name() {
     if (const char* named = std::getenv("FERLOD_CONF")) {
-        path = named;
-    } else {
-        struct Free {
-            void operator()(char* text) const { std::free(text); }
-        };
-        const std::unique_ptr<char, Free> joined(
-            _WQConcatPath(_WQconfDirName(nullptr), "ferlod.conf"));
-        path = joined ? joined.get() : "";
+        return named;
     }
-    return access(path.c_str(), F_OK) == 0 || errno != ENOENT;
+    struct Free {
+        void operator()(char* text) const { std::free(text); }
+    };
+    const std::unique_ptr<char, Free> joined(_WQConcatPath(_WQconfDirName(nullptr), "ferlod.conf"));
+    return joined ? joined.get() : "";
+}
+
+bool has_alert_file() {
+    return access(alert_file_name().c_str(), F_OK) == 0 || errno != ENOENT;
 }
 
 void load_configuration() {

@@ -15,6 +15,9 @@ namespace wq::command {
  */
 void load_configuration();
 
+/* alert_file_name: the path of the file of alerts. */
+std::string alert_file_name();
+
 /* has_alert_file: whether there is a file of alerts; none is needed. */
 bool has_alert_file();
 
