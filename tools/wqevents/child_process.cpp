@@ -43,9 +43,15 @@ pid_t fork_child(int first, int second) {
     return child;
 }
 
-void end_child(pid_t child) {
+void kill_child(pid_t child) {
     if (child > 0) {
         kill(child, SIGKILL);
+    }
+}
+
+void end_child(pid_t child) {
+    if (child > 0) {
+        kill_child(child);
         while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
         }
     }

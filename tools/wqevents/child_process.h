@@ -17,4 +17,8 @@ pid_t fork_child(int first, int second);
 // end_child: kills the child and waits for its end; nothing for -1.
 void end_child(pid_t child);
 
+// kill_child: kills the child and does not wait, as for one that the system does not let go;
+// nothing for -1.
+void kill_child(pid_t child);
+
 }  // namespace wq::command

@@ -123,15 +123,25 @@ std::string printable(std::string_view text) {
 void Complaints::add(std::string_view text) {
     const Clock::time_point now = Clock::now();
     settle(now);
-    if (written_ == 0) {
-        start_ = now;
-    }
+    start_ = written_ == 0 ? now : start_;
     const bool allowed = written_ < complaints_max;
     written_ += allowed ? 1 : 0;
     if (!allowed || !write_error(std::string(text).append("\n"))) {
-        since_ = more_ == 0 ? start_ : since_;
-        ++more_;
+        count();
     }
+}
+
+void Complaints::tell(std::string_view text) {
+    if (!write_error(std::string(text).append("\n"))) {
+        start_ = written_ == 0 ? Clock::now() : start_;
+        written_ = std::max(written_, 1);
+        count();
+    }
+}
+
+void Complaints::count() {
+    since_ = more_ == 0 ? start_ : since_;
+    ++more_;
 }
 
 void Complaints::settle(Clock::time_point now) {

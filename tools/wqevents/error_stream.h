@@ -39,6 +39,10 @@ class Complaints {
     // counted, and so are those that the standard error stream does not take.
     void add(std::string_view text);
 
+    // Writes a complaint about something that is not a peer's doing, whatever the peers do. It is
+    // counted only if the stream does not take it.
+    void tell(std::string_view text);
+
     // Writes "N more complaints in S s" if the second is over and there are such.
     void settle(Clock::time_point now);
 
@@ -49,6 +53,7 @@ class Complaints {
     Clock::time_point next() const;
 
   private:
+    void count();
     void sum_up(Clock::time_point now);
 
     Clock::time_point start_ = {};  // of the second

@@ -203,7 +203,7 @@ int Listener::serve(Clock::time_point until) {
     take_kept();
     output_.flush();
     if (const std::string complaint = output_.take_complaint(); !complaint.empty()) {
-        complaints_.add(complaint);
+        complaints_.tell(printable(complaint));
     }
     return count;
 }
@@ -270,7 +270,7 @@ void Listener::on_signals() {
 
 void Listener::on_hangup() {
     if (const std::string complaint = output_.reopen(); !complaint.empty()) {
-        complaints_.add(printable(complaint));
+        complaints_.tell(printable(complaint));
     }
     if (configuration_ != nullptr) {
         configuration_->ask(Configuration::Part::traps);
@@ -521,7 +521,7 @@ void Listener::on_child() {
 /* Reading takes its time, so somebody else must keep what arrives meanwhile. */
 void Listener::apply_changes() {
     if (const std::string complaint = configuration_->apply(); !complaint.empty()) {
-        complaints_.add(printable("configuration: " + complaint));
+        complaints_.tell(printable("configuration: " + complaint));
     }
     names_->ask_nodes(configured_nodes());
     names_->wait_for_nodes(names_hold);

@@ -62,7 +62,10 @@ void Loop::watch(Source& source, bool wanted) {
 
 int Loop::turn(Clock::time_point until, const std::function<bool()>& go_on) {
     std::array<epoll_event, ready_max> ready;
-    const int count = epoll_wait(epoll_.get(), ready.data(), ready_max, timeout_until(until));
+    int count = 0;
+    do {  // a process that was stopped for a while finds its wait interrupted
+        count = epoll_wait(epoll_.get(), ready.data(), ready_max, timeout_until(until));
+    } while (count < 0 && errno == EINTR);
     int served = 0;
     for (bool goes_on = true; goes_on && served < count; ++served) {
         auto& source = *static_cast<Source*>(ready[static_cast<std::size_t>(served)].data.ptr);

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <set>
@@ -241,7 +240,7 @@ Configuration::Configuration(const std::string& name) : text_(empty_copy()) {
 }
 
 Configuration::~Configuration() {
-    end_child(child_);
+    kill_child(child_);
 }
 
 std::array<FileState, 2> Configuration::look(Part part) const {
@@ -271,7 +270,7 @@ Configuration::Clock::time_point Configuration::next() const {
 bool Configuration::start(Clock::time_point now) {
     if (child_ > 0) {
         if (now >= give_up_) {
-            kill(child_, SIGKILL);
+            kill_child(child_);
             give_up_ = Clock::time_point::max();
         }
         return false;

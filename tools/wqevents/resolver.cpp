@@ -5,7 +5,6 @@
 #include <netdb.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 #include <condition_variable>
@@ -159,7 +158,7 @@ Resolver::Resolver() {
 }
 
 Resolver::~Resolver() {
-    end();
+    kill_child(process_);
 }
 
 void Resolver::start() {
@@ -183,12 +182,8 @@ void Resolver::start() {
     waiting_ = 0;
 }
 
-void Resolver::end() {
-    end_child(std::exchange(process_, -1));
-}
-
 void Resolver::restart() {
-    end();
+    end_child(std::exchange(process_, -1));
     start();
 }
 

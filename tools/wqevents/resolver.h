@@ -75,7 +75,6 @@ class Resolver {
     struct Question;
 
     void start();
-    void end();
     bool send(const Question& question, std::size_t size);
 
     pid_t process_ = -1;
