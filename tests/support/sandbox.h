@@ -1,8 +1,9 @@
 /*
  * A child process with a machine of its own: private user, network, mount and host name
  * namespaces. In it the process is root, the loopback interface is up, no port is taken, the host
- * is called "sandbox-host", names come from the given /etc/hosts and /etc/services alone, and
- * /usr/WQ is empty and writable. Nothing of that is seen outside, and nothing is left behind.
+ * is called "sandbox-host", names come from the given /etc/hosts and /etc/services alone unless
+ * another source is given, and /usr/WQ is empty and writable. Nothing of that is seen outside, and
+ * nothing is left behind.
  *
  *     TEST(Module, NeedsAPrivilegedPort) {
  *         REQUIRE_SANDBOX();
@@ -49,6 +50,8 @@ namespace wq::test {
 struct SandboxFiles {
     std::string hosts = "127.0.0.1 localhost sandbox-host\n";
     std::string services = "";
+    std::string host_sources = "files"; /* of names, as in nsswitch.conf */
+    std::string resolver = "";          /* resolv.conf */
 };
 
 namespace sandbox {
@@ -126,11 +129,12 @@ inline void enter(const SandboxFiles& files, const std::string& staging) {
     bring_loopback_up();
     check(mount("tmpfs", staging.c_str(), "tmpfs", 0, nullptr) == 0, "tmpfs");
     const std::string etc = staging + "/etc";
-    mirror("/etc", etc, {"hosts", "services", "nsswitch.conf"});
+    mirror("/etc", etc, {"hosts", "services", "nsswitch.conf", "resolv.conf"});
     write_file(etc + "/hosts", files.hosts);
     write_file(etc + "/services", files.services);
+    write_file(etc + "/resolv.conf", files.resolver);
     write_file(etc + "/nsswitch.conf",
-               "passwd: files\ngroup: files\nhosts: files\nservices: files\n");
+               "passwd: files\ngroup: files\nhosts: " + files.host_sources + "\nservices: files\n");
     bind_mount(etc, "/etc");
     const std::string usr = staging + "/usr";
     mirror("/usr", usr, {"WQ"});

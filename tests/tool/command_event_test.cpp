@@ -90,6 +90,44 @@ TEST_F(Event, GoesByRawTcpWithoutHeader) {
     EXPECT_EQ(texts(listener_.objects()[1])[1], "node down");
 }
 
+/* Each application tells of its coming and going as it would by the ports that are known to all. */
+TEST(EventToPorts, IsAnnouncedSentAndEnded) {
+    struct Row {
+        const char* transport;
+        const char* source;
+        std::vector<int> events;
+    };
+    constexpr int wake_up = 59179056;
+    constexpr int disconnect = 59179057;
+    const Row rows[] = {
+        {"udp", "15", {wake_up, 5, disconnect}},
+        {"tcp", "15", {wake_up, 5, disconnect}},
+        {"udp", "4", {5}},
+        {"tcp", "4", {5}},
+        {"udp", "24", {5}},
+        {"tcp", "24", {wake_up, 5, disconnect}},
+    };
+    for (const Row& row : rows) {
+        ListeningProcess listener({"--json", "--udp", "127.0.0.1:0", "--tcp", "127.0.0.1:0"});
+        const std::string to = std::string(row.transport) +
+                               ":127.0.0.1:" + std::to_string(listener.port(row.transport));
+        const CommandRun run({"event", "--to", to, "--source", row.source, "5", "text"});
+        EXPECT_EQ(run.status, 0) << run.err;
+        ASSERT_TRUE(listener.wait_for_lines(row.events.size()));
+        EXPECT_EQ(listener.terminate(), 0);
+        std::vector<int> events;
+        for (const Json& trap : listener.objects()) {
+            events.push_back(trap["specific"]);
+            EXPECT_EQ(trap["bindings"][0]["value"], std::stoi(row.source));
+            if (std::string(row.transport) == "tcp") {
+                EXPECT_EQ(trap["header"]["src"], std::stoi(row.source));
+            }
+        }
+        EXPECT_EQ(events, row.events) << to << " of " << row.source;
+        EXPECT_NE(listener.err().find("undecodable 0\n"), std::string::npos) << listener.err();
+    }
+}
+
 TEST_F(Event, DescriptionsMayBeginWithADash) {
     const auto traps = send({"--source", "4", "1", "--", "--help"}, 1);
     EXPECT_EQ(texts(traps[0])[1], "--help");

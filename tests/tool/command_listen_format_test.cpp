@@ -112,39 +112,31 @@ TEST_F(ListenFormat, NothingOfAnEarlierTrapIsTakenForAPartOfTheNext) {
         << listener.out();
 }
 
-const Bytes& changed_notice() {
-    static const Bytes trap = event_trap(platform_enterprise, 50790438, "alpha", "vortd.conf");
-    return trap;
-}
-
-TEST_F(ListenFormat, AChangedConfigurationIsReadAgain) {
-    ListeningProcess listener(words({"--format", "prx", "--count", "4"}));
-    const Fd peer = connected_to(listener.port("raw-tcp"));
-    write_all(peer, formatted_trap(4));
-    ASSERT_TRUE(listener.wait_for_lines(1));
-    std::string changed = small_configuration;
-    changed.replace(changed.find("logged"), 6, "renewed");
-    folder_.write("C/vortd.conf", changed);
-    write_all(peer, joined({formatted_trap(4), changed_notice(), formatted_trap(4)}));
+TEST_F(ListenFormat, TakesAnotherConfiguration) {
+    std::string other = small_configuration;
+    other.replace(other.find("logged"), 6, "another");
+    const std::string file = folder_.write("other.conf", other);
+    ListeningProcess listener(words({"--format", "prx", "--conf", file, "--count", "1"}));
+    write_all(connected_to(listener.port("raw-tcp")), formatted_trap(4));
     EXPECT_EQ(listener.wait(), 0);
-    EXPECT_EQ(listener.out(), "logged\nlogged\nrenewed\n");
+    EXPECT_EQ(listener.out(), "another\n");
 }
 
-TEST_F(ListenFormat, AChangedConfigurationThatCannotBeReadEndsIt) {
-    ListeningProcess listener(words({"--format"}));
-    const std::string file = folder_.write("C/vortd.conf", "CATEGORY 64 \"Beyond\"\n");
-    write_all(connected_to(listener.port("raw-tcp")),
-              joined({changed_notice(), formatted_trap(4), formatted_trap(4)}));
-    EXPECT_EQ(listener.wait(), 1);
-    EXPECT_EQ(listener.lines(), 1U);
-    EXPECT_TRUE(listener.out().ends_with(
-        " alpha                     N vortd.conf: format file updated next format\n"))
-        << listener.out();
-    EXPECT_NE(listener.err().find("received 2 traps\n"), std::string::npos) << listener.err();
-    const std::string last =
-        "wqevents listen: Bad category number (must be < 64) in line #1 of \"" + file +
-        "\":\n\tCATEGORY 64 \"Beyond\".\n";
-    EXPECT_TRUE(listener.err().ends_with(last)) << listener.err();
+TEST_F(ListenFormat, TheEnvironmentChoosesStrictHexadecimal) {
+    Bytes trap = from_nowhere(string_trap({'a', ' ', 'b'}));
+    trap[34] = 1;
+    for (const char* value : {"", "1"}) {
+        SubprocessOptions process;
+        process.environment["VORTD_STRICT_HEX_FORMAT"] = value;
+        ListeningProcess listener(words({"--format", "prx", "--count", "1"}), process);
+        write_all(connected_to(listener.port("raw-tcp")), trap);
+        EXPECT_EQ(listener.wait(), 0);
+        EXPECT_EQ(listener.out(), "one 6/1 of public from 192.0.2.7: 0x61 20 62\n");
+    }
+    ListeningProcess listener(words({"--format", "prx", "--count", "1"}));
+    write_all(connected_to(listener.port("raw-tcp")), trap);
+    EXPECT_EQ(listener.wait(), 0);
+    EXPECT_EQ(listener.out(), "one 6/1 of public from 192.0.2.7: a b\n");
 }
 
 TEST_F(ListenFormat, AConfigurationThatCannotBeReadIsAFailureAtOnce) {

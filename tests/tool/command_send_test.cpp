@@ -211,6 +211,11 @@ TEST_F(Send, SaysWhatIsWrong) {
         {"udp:", {"", "6", "1", ""}, 2, "destination 'udp:' is none of udp:HOST"},
         {"raw::1", {"", "6", "1", ""}, 2, "destination 'raw::1' must be raw:HOST or raw:HOST:PORT"},
         {"raw:h:0", {"", "6", "1", ""}, 2, "must be raw:HOST or raw:HOST:PORT"},
+        {"udp:h:0", {"", "6", "1", ""}, 2, "must be udp:HOST or udp:HOST:PORT"},
+        {"udp::1", {"", "6", "1", ""}, 2, "must be udp:HOST or udp:HOST:PORT"},
+        {"udp:h:no-such-service", {"", "6", "1", ""}, 2, "the name of a UDP service"},
+        {"tcp:h:65536", {"", "6", "1", ""}, 2, "must be tcp:HOST or tcp:HOST:PORT"},
+        {"tcp:h:", {"", "6", "1", ""}, 2, "must be tcp:HOST or tcp:HOST:PORT"},
         {"raw:h:65536", {"", "6", "1", ""}, 2, "must be raw:HOST or raw:HOST:PORT"},
         {"raw:h:", {"", "6", "1", ""}, 2, "must be raw:HOST or raw:HOST:PORT"},
         {"raw:h:no-such-service", {"", "6", "1", ""}, 2, "the name of a TCP service"},
@@ -237,6 +242,10 @@ TEST_F(Send, SaysWhatIsWrong) {
          "cannot open a channel to local:/nonexistent/s: No such file or directory"},
         {"raw:nowhere.invalid", {"", "6", "1", ""}, 1, "the host is not known"},
         {closed, {"", "6", "1", ""}, 1, "Connection refused"},
+        {"tcp:127.0.0.1" + closed.substr(closed.rfind(':')),
+         {"", "6", "1", ""},
+         1,
+         "Connection refused"},
     };
     for (const auto& row : rows) {
         const CommandRun run = send(row.to, row.words);
@@ -250,16 +259,35 @@ TEST_F(Send, SaysWhatIsWrong) {
     EXPECT_EQ(listener_.lines(), 0U);
 }
 
+TEST(SendToPorts, ReachesListenersAnywhere) {
+    const std::string any_port = "127.0.0.1:0";
+    ListeningProcess listener(
+        {"--json", "--udp", any_port, "--tcp", any_port, "--raw-tcp", any_port});
+    std::size_t count = 0;
+    for (const std::string transport : {"udp", "tcp", "raw-tcp"}) {
+        const std::string scheme = transport.substr(0, 3);  // the raw one is "raw"
+        const std::string to = scheme + ":localhost:" + std::to_string(listener.port(transport));
+        const CommandRun run({"send", "--to", to, "--repeat", "3", "", "6", "1", ""});
+        EXPECT_EQ(run.status, 0) << run.err;
+        count += 3;
+        ASSERT_TRUE(listener.wait_for_lines(count));
+        const Json last = listener.objects().back();
+        EXPECT_EQ(last["transport"], transport);
+        EXPECT_EQ(last["header"].is_null(), transport != "tcp");
+    }
+}
+
 TEST(SendInSandbox, ReachesTheWellKnownPorts) {
     REQUIRE_SANDBOX();
     const SandboxFiles files{.services = "kmvortd-client 2345/tcp\nkmvortd-trap 1162/tcp\n"};
     run_in_sandbox(files, [] {
         ListeningProcess listener({"--json", "--udp", "127.0.0.1:162", "--tcp", "127.0.0.1:2345",
                                    "--raw-tcp", "127.0.0.1:1162"});
-        const char* const transports[] = {"udp", "tcp", "raw-tcp", "raw-tcp"};
+        const char* const transports[] = {"udp", "tcp", "raw-tcp", "raw-tcp", "tcp"};
         const char* const destinations[] = {"udp:localhost", "tcp:localhost", "raw:localhost",
-                                            "raw:localhost:kmvortd-trap"};
-        for (std::size_t i = 0; i < 4; ++i) {
+                                            "raw:localhost:kmvortd-trap",
+                                            "tcp:localhost:kmvortd-client"};
+        for (std::size_t i = 0; i < 5; ++i) {
             const CommandRun run({"send", "--to", destinations[i], "", "6", std::to_string(i), ""});
             EXPECT_EQ(run.status, 0) << run.err;
             ASSERT_TRUE(listener.wait_for_lines(i + 1));

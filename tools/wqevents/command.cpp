@@ -10,6 +10,7 @@
 #include <limits>
 #include <sstream>
 
+#include "error_stream.h"
 #include "output.h"
 #include "shown_text.h"
 #include "subcommands.h"
@@ -126,7 +127,11 @@ Failure system_failure(const std::string& what, int error) {
 
 void report(std::string lines) {
     show_lines(lines);
-    std::fputs(lines.c_str(), stderr);
+    if (errors_never_wait()) {
+        write_error(lines);
+    } else {
+        std::fputs(lines.c_str(), stderr);
+    }
 }
 
 void report_message(const std::string& name, const std::string& text) {

@@ -41,7 +41,8 @@ struct ReaderGone {};
  * escaped as a part of a line. */
 Failure system_failure(const std::string& what, int error);
 
-/* report: writes whole lines to the standard error stream, at once, as show_lines() makes them. */
+/* report: writes whole lines to the standard error stream, at once, as show_lines() makes them; see
+ * error_stream.h for one that must not wait. */
 void report(std::string lines);
 
 /* report_message: writes "name: text", whose further lines are indented. */

@@ -263,19 +263,19 @@ std::string_view first_difference(std::string_view one, std::string_view other) 
 
 }  // namespace
 
-bool has_alert_file() {
-    std::string path;
+std::string alert_file_name() {
     if (const char* named = std::getenv("FERLOD_CONF")) {
-        path = named;
-    } else {
-        struct Free {
-            void operator()(char* text) const { std::free(text); }
-        };
-        const std::unique_ptr<char, Free> joined(
-            _WQConcatPath(_WQconfDirName(nullptr), "ferlod.conf"));
-        path = joined ? joined.get() : "";
+        return named;
     }
-    return access(path.c_str(), F_OK) == 0 || errno != ENOENT;
+    struct Free {
+        void operator()(char* text) const { std::free(text); }
+    };
+    const std::unique_ptr<char, Free> joined(_WQConcatPath(_WQconfDirName(nullptr), "ferlod.conf"));
+    return joined ? joined.get() : "";
+}
+
+bool has_alert_file() {
+    return access(alert_file_name().c_str(), F_OK) == 0 || errno != ENOENT;
 }
 
 std::string load_configuration(const std::string& name) {

@@ -22,6 +22,9 @@ std::string load_configuration(const std::string& name);
 /* load_text: the same with the bytes of a file, which messages call `name`. */
 void load_text(const std::string& text, const std::string& name);
 
+/* alert_file_name: the path of the file of alerts. */
+std::string alert_file_name();
+
 /* has_alert_file: whether there is a file of alerts; none is needed. */
 bool has_alert_file();
 

@@ -15,12 +15,16 @@ struct Destination {
     std::string text;  // as --to gave it
     std::string name;  // what open_event() takes
     int mode;          // transport mode
+    bool direct;       // to a port of its own, which open_event() does not know in this mode
 };
 
 /* The forms of --to, for help. */
 extern const char* const destination_help;
 
-/* parse_destination: udp:HOST, local:PATH, tcp:HOST, raw:HOST[:PORT] or auto, else a UsageError. */
+/*
+ * parse_destination: udp:HOST[:PORT], local:PATH, tcp:HOST[:PORT], raw:HOST[:PORT] or auto, else a
+ * UsageError.
+ */
 Destination parse_destination(std::string_view text);
 
 /* A channel that is closed, with its disconnect event, when the object goes. */
@@ -39,8 +43,13 @@ class Channel {
     std::uint32_t own_address() const;
 
   private:
+    void open(const Destination& destination, int source);
+    void open_directly(const Destination& destination, int source);
+    void connect_datagrams(int port);
+
     std::string text_;
     event_infoEMS info_{};
+    bool datagrams_ = false;  // by a connected socket
 };
 
 }  // namespace wq::command

@@ -1,7 +1,9 @@
 #include "endpoint.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netdb.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,6 +11,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 #include "command.h"
 #include "shown_text.h"
@@ -104,6 +107,45 @@ bool is_stale(const std::string& path, const sockaddr_un& address) {
            errno == ECONNREFUSED;
 }
 
+Failure somebody_listens(const std::string& path) {
+    return Failure("cannot listen on socket " + shown(path) +
+                   ": somebody listens there, or it is not a socket; give another path");
+}
+
+/* Whether the file that was locked is still the one of that name; who had it may have removed it.
+ */
+bool is_current(int fd, const std::string& name) {
+    struct stat locked {
+    }, named{};
+    return fstat(fd, &locked) == 0 && lstat(name.c_str(), &named) == 0 &&
+           locked.st_dev == named.st_dev && locked.st_ino == named.st_ino;
+}
+
+std::string lock_name(const std::string& path) {
+    return path + ".lock";
+}
+
+/* The lock of a path; the first that asks gets it and keeps it for life. */
+FileDescriptor lock_path(const std::string& path) {
+    const std::string name = lock_name(path);
+    for (;;) {
+        FileDescriptor fd(open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (fd.get() < 0) {
+            throw system_failure("cannot listen on socket " + path + ": cannot open " + name,
+                                 errno);
+        }
+        if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+            throw errno == EWOULDBLOCK
+                ? somebody_listens(path)
+                : system_failure("cannot listen on socket " + path + ": cannot lock " + name,
+                                 errno);
+        }
+        if (is_current(fd.get(), name)) {
+            return fd;
+        }
+    }
+}
+
 int bind_local(int fd, const sockaddr_un& address) {
     return bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
 }
@@ -116,24 +158,32 @@ std::string address_name(const sockaddr_in& address) {
     return std::string(host) + ":" + std::to_string(ntohs(address.sin_port));
 }
 
-SocketFile::SocketFile(std::string path) : path_(std::move(path)) {
+LocalSocketFile::LocalSocketFile(const std::string& path) : path_(path), lock_(lock_path(path)) {}
+
+void LocalSocketFile::adopt() {
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0) {
+        adopted_ = true;
         device_ = status.st_dev;
         inode_ = status.st_ino;
     }
 }
 
-SocketFile::SocketFile(SocketFile&& other) noexcept
-    : path_(std::move(other.path_)), device_(other.device_), inode_(other.inode_) {
-    other.path_.clear();
-}
+LocalSocketFile::LocalSocketFile(LocalSocketFile&& other) noexcept
+    : path_(std::move(other.path_)),
+      lock_(std::move(other.lock_)),
+      adopted_(std::exchange(other.adopted_, false)),
+      device_(other.device_),
+      inode_(other.inode_) {}
 
-SocketFile::~SocketFile() {
+LocalSocketFile::~LocalSocketFile() {
     struct stat status {};
-    if (!path_.empty() && lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ &&
+    if (adopted_ && lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ &&
         status.st_ino == inode_) {
         unlink(path_.c_str());
+    }
+    if (lock_.get() >= 0) {
+        unlink(lock_name(path_).c_str());
     }
 }
 
@@ -159,8 +209,10 @@ Endpoint open_tcp(const std::string& option, const std::string& text) {
     return {std::move(fd), std::move(name)};
 }
 
-Endpoint open_local(const std::string& path) {
+/* Under the lock nobody else finds a socket stale that only does not listen yet. */
+LocalEndpoint open_local(const std::string& path) {
     const sockaddr_un address = local_address(path);
+    LocalSocketFile file(path);
     FileDescriptor fd = open_socket(AF_UNIX, SOCK_STREAM);
     int error = bind_local(fd.get(), address);
     if (error == EADDRINUSE && is_stale(path, address)) {
@@ -168,14 +220,14 @@ Endpoint open_local(const std::string& path) {
         error = bind_local(fd.get(), address);
     }
     if (error == EADDRINUSE) {
-        throw Failure("cannot listen on socket " + shown(path) +
-                      ": somebody listens there, or it is not a socket; give another path");
+        throw somebody_listens(path);
     }
     if (error != 0) {
         throw system_failure("cannot listen on socket " + path, error);
     }
+    file.adopt();
     start_listening(fd.get(), "socket " + path);
-    return {std::move(fd), path};
+    return {std::move(file), {std::move(fd), path}};
 }
 
 }  // namespace wq::command

@@ -18,18 +18,33 @@ struct Endpoint {
     std::string address;  // "127.0.0.1:16200", with the port that was got, or the path
 };
 
-/* The file of a local socket, removed with the object if it is still the same. */
-class SocketFile {
+/*
+ * The file of a local socket, removed with the object if it is still the same, and the lock beside
+ * it, "PATH.lock", by which starters on one path know of each other.
+ */
+class LocalSocketFile {
   public:
-    explicit SocketFile(std::string path);
-    SocketFile(SocketFile&& other) noexcept;
-    SocketFile& operator=(SocketFile&&) = delete;
-    ~SocketFile();
+    LocalSocketFile() = default;
+    /* Takes the lock; a Failure if another process has it. */
+    explicit LocalSocketFile(const std::string& path);
+    LocalSocketFile(LocalSocketFile&& other) noexcept;
+    LocalSocketFile& operator=(LocalSocketFile&&) = delete;
+    ~LocalSocketFile();
+
+    /* The file that is there now is the object's. */
+    void adopt();
 
   private:
     std::string path_;
+    FileDescriptor lock_;
+    bool adopted_ = false;
     dev_t device_ = 0;
     ino_t inode_ = 0;
+};
+
+struct LocalEndpoint {
+    LocalSocketFile file;
+    Endpoint endpoint;
 };
 
 /*
@@ -42,9 +57,10 @@ Endpoint open_tcp(const std::string& option, const std::string& text);
 
 /*
  * open_local: a non-blocking local stream socket that listens at `path`. A socket file at which
- * nobody listens any more is replaced; anything else at `path` is a Failure.
+ * nobody listens any more is replaced; anything else at `path` is a Failure, and so is another
+ * process that is about to listen there.
  */
-Endpoint open_local(const std::string& path);
+LocalEndpoint open_local(const std::string& path);
 
 /* address_name: "127.0.0.1:16200". */
 std::string address_name(const sockaddr_in& address);

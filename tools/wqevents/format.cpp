@@ -8,11 +8,13 @@
 
 #include "command.h"
 #include "framing.h"
+#include "host_names.h"
 #include "input_file.h"
 #include "octets.h"
 #include "output.h"
 #include "packet.h"
 #include "pcap_file.h"
+#include "reload.h"
 #include "trap_formatter.h"
 #include "undecodable.h"
 
@@ -45,6 +47,7 @@ struct FormatOptions {
     std::string conf;
     std::string kind;
     bool raw = false;
+    NameMode names = NameMode::now;
     std::vector<std::string> files;
 };
 
@@ -52,7 +55,9 @@ struct FormatOptions {
 class Printer {
   public:
     explicit Printer(const FormatOptions& options)
-        : formatter_(parse_layout_kind(options.kind), options.conf, options.raw) {
+        : configuration_(options.conf),
+          names_(options.names, options.names == NameMode::cache),
+          formatter_(parse_layout_kind(options.kind), options.raw) {
         if (options.raw) {
             output_.pass_raw();
         }
@@ -74,9 +79,6 @@ class Printer {
             case TrapFormatter::Result::hidden:
                 ++hidden_;
                 return;
-            case TrapFormatter::Result::failed:
-                output_.flush();
-                throw Fatal(std::string(formatter_.text()));
         }
     }
 
@@ -106,6 +108,8 @@ class Printer {
     }
 
   private:
+    Configuration configuration_;
+    HostNames names_;
     TrapFormatter formatter_;
     TrapRecords trap_;
     Output output_;
@@ -255,6 +259,7 @@ void add_format(CLI::App& app) {
         ->type_name("FILE");
     command->add_option("--kind", options->kind, "The layout, see below")->type_name("KIND");
     command->add_flag("--raw", options->raw, "Print the lines as the library makes them");
+    add_names_option(*command, options->names);
     command->add_option("FILE", options->files, "What holds the traps; - is the standard input")
         ->type_name("")
         ->required();

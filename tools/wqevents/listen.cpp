@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "command.h"
+#include "error_stream.h"
 #include "listener.h"
 #include "number_option.h"
 
@@ -20,14 +21,16 @@ constexpr const char* footer_text =
     "further lines of a text that would look like a trap's first. With --raw the lines are as the\n"
     "library makes them.\n"
     "\n"
-    "SIGUSR1 prints the totals to the standard error stream. SIGINT and SIGTERM take what has\n"
-    "arrived, print the totals and end with status 0.\n"
+    "SIGUSR1 prints the totals to the standard error stream. SIGHUP opens the log again and reads\n"
+    "a changed configuration. SIGINT and SIGTERM take what has arrived, print the totals and end\n"
+    "with status 0.\n"
     "\n"
     "Examples:\n"
     "  wqevents listen --udp 127.0.0.1:16200\n"
     "  wqevents listen --socket /tmp/traps.socket --raw-tcp 1162 --json | jq .specific\n"
     "  wqevents listen --raw-tcp 127.0.0.1:1162 --count 1\n"
-    "  wqevents listen --udp 1162 --format kmevents";
+    "  wqevents listen --udp 1162 --format kmevents\n"
+    "  wqevents listen --udp 1162 --format --conf vortd.conf --log traps.log";
 
 void run_listen(const ListenOptions& options) {
     if (options.udp.empty() && options.sockets.empty() && options.tcp.empty() &&
@@ -36,6 +39,7 @@ void run_listen(const ListenOptions& options) {
             "there is nothing to listen on; give --udp, --socket, --tcp or --raw-tcp, as "
             "--udp 127.0.0.1:16200");
     }
+    never_wait_for_errors();
     Listener(options).run();
 }
 
@@ -55,6 +59,13 @@ void add_places(CLI::App& command, const char* name, std::vector<std::string>& p
     command.add_option(name, places, help)->type_name(type)->allow_extra_args(false);
 }
 
+void add_limit(CLI::App& command, const char* name, std::size_t& limit, const char* help) {
+    command.add_option(name, limit, help)
+        ->type_name("N")
+        ->transform(whole_number(1, 1'000'000))
+        ->capture_default_str();
+}
+
 }  // namespace
 
 void add_listen(CLI::App& app) {
@@ -71,15 +82,28 @@ void add_listen(CLI::App& app) {
     CLI::Option* format = add_format(*command, options->layout)->excludes(json);
     command->add_flag("--raw", options->raw, "Print these lines as the library makes them")
         ->needs(format);
+    command
+        ->add_option("--conf", options->configuration,
+                     "The configuration of --format (default: the one that the platform names)")
+        ->type_name("FILE")
+        ->needs(format);
+    add_names_option(*command, options->names)->needs(format);
+    command
+        ->add_option("--log", options->log,
+                     "Append to this file instead of printing; SIGHUP opens it again")
+        ->type_name("FILE");
     command->add_option("--count", options->count, "End after N traps")
         ->type_name("N")
         ->transform(whole_number(1, INT64_MAX));
     command
         ->add_option("--idle", options->idle,
-                     "Close a peer that sends nothing for so long in the middle of a trap")
+                     "Close a peer whose trap is not whole so long after its first byte")
         ->type_name("SECONDS")
         ->transform(real_number(0.001, 1e6))
         ->capture_default_str();
+    add_limit(*command, "--max-peers", options->max_peers, "Serve at most N connected peers");
+    add_limit(*command, "--max-peers-per-host", options->max_peers_per_host,
+              "Serve at most N peers of a host");
     command->footer(layout_kinds_help + std::string("\n\n") + footer_text);
     command->callback([options] { run_listen(*options); });
 }

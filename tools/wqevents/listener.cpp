@@ -1,16 +1,15 @@
 #include "listener.h"
 
-#include <linux/sock_diag.h>
-#include <sys/epoll.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 
 #include "command.h"
@@ -25,12 +24,19 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr int ready_max = 256;  // sources served between two looks at the clock
 constexpr int accept_max = 64;  // peers taken in before others have their turn
-constexpr std::size_t datagrams_max = 32;
 constexpr std::size_t read_size = 65536;
 constexpr seconds accept_pause{1};
 constexpr seconds drain_limit{2};
+constexpr milliseconds turn_max{20};  // between two looks at signals and at the output
+/* A peer that sent a trap, or came, so lately never gives way to others. */
+constexpr seconds shortest_silence{1};
+/* Traps wait so long for a changed configuration that they are to be formatted by. */
+constexpr milliseconds reload_hold{1000};
+constexpr milliseconds first_names_hold{1000};
+constexpr milliseconds names_hold{200};
+/* Descriptors kept for the log, for copies and for children; fewer if there are few. */
+constexpr rlim_t reserve_max = 16;
 
 /* A peer is a descriptor, so take as many as the system lets this process have. */
 void raise_descriptor_limit() {
@@ -41,45 +47,15 @@ void raise_descriptor_limit() {
     }
 }
 
-std::string peer_name(int fd) {
-    sockaddr_storage address{};
-    socklen_t length = sizeof address;
-    if (getpeername(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
-        address.ss_family == AF_INET) {
-        return address_name(reinterpret_cast<const sockaddr_in&>(address));
-    }
-    ucred credentials{};
-    length = sizeof credentials;
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) == 0) {
-        return "process " + std::to_string(credentials.pid);
-    }
-    return "unknown";
-}
-
 /* A peer that vanished without a word is found out some day. */
 void probe_idle_peer(int fd) {
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
 }
 
-/* The count of SO_RXQ_OVFL that came with a datagram; `otherwise` where none did. */
-std::uint32_t overflow_count(msghdr& message, std::uint32_t otherwise) {
-    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr;
-         part = CMSG_NXTHDR(&message, part)) {
-        if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SO_RXQ_OVFL) {
-            std::memcpy(&otherwise, CMSG_DATA(part), sizeof otherwise);
-        }
-    }
-    return otherwise;
-}
-
-/* The same count as it stands now: none comes with what was dropped behind the last datagram. */
-std::uint32_t drops_now(int fd, std::uint32_t otherwise) {
-    std::array<std::uint32_t, SK_MEMINFO_VARS> info{};
-    socklen_t length = sizeof info;
-    const bool told = getsockopt(fd, SOL_SOCKET, SO_MEMINFO, info.data(), &length) == 0 &&
-                      length > SK_MEMINFO_DROPS * sizeof info[0];
-    return told ? info[SK_MEMINFO_DROPS] : otherwise;
+bool is_readable(int fd) {
+    pollfd waited{fd, POLLIN, 0};
+    return poll(&waited, 1, 0) == 1;
 }
 
 void require(bool succeeded, const char* what) {
@@ -92,196 +68,199 @@ bool out_of_room(int error) {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
+Output open_output(const std::string& log) {
+    return log.empty() ? Output() : Output(log);
+}
+
+PeerLimits peer_limits(const ListenOptions& options) {
+    PeerLimits limits;
+    limits.all = options.max_peers;
+    limits.per_host = options.max_peers_per_host;
+    limits.idle = std::chrono::duration<double>(options.idle);
+    return limits;
+}
+
 }  // namespace
 
-/* Room for one recvmmsg(); a byte more than a trap shows what is too long. */
-struct Listener::Datagrams {
-    struct Slot {
-        std::array<std::uint8_t, EMS_TRAP_MAX + 1> data;
-        sockaddr_in from;
-        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint32_t))> control;
-        iovec part;
-    };
-    std::array<Slot, datagrams_max> slots;
-    std::array<mmsghdr, datagrams_max> messages;
-
-    int receive(int fd) {
-        for (std::size_t i = 0; i < datagrams_max; ++i) {
-            Slot& slot = slots[i];
-            slot.part = {slot.data.data(), slot.data.size()};
-            messages[i] = {};
-            msghdr& header = messages[i].msg_hdr;
-            header.msg_name = &slot.from;
-            header.msg_namelen = sizeof slot.from;
-            header.msg_iov = &slot.part;
-            header.msg_iovlen = 1;
-            header.msg_control = slot.control.data();
-            header.msg_controllen = slot.control.size();
-        }
-        return recvmmsg(fd, messages.data(), datagrams_max, MSG_DONTWAIT, nullptr);
-    }
-};
-
 Listener::Listener(const ListenOptions& options)
-    : options_(options), chunk_(read_size + frame_max), datagrams_(std::make_unique<Datagrams>()) {
-    if (options.layout) {
-        formatter_.emplace(*options.layout, "", options.raw);
-        if (options.raw) {
-            output_.pass_raw();
-        }
-        totals_.withheld.emplace();
-    }
+    : options_(options),
+      names_(options.layout ? std::make_unique<HostNames>(options.names, true) : nullptr),
+      configuration_(options.layout ? std::make_unique<Configuration>(options.configuration)
+                                    : nullptr),
+      output_(open_output(options.log)),
+      peers_(peer_limits(options)),
+      chunk_(read_size + frame_max) {
     raise_descriptor_limit();
-    epoll_ = FileDescriptor(epoll_create1(EPOLL_CLOEXEC));
-    require(epoll_.get() >= 0, "cannot wait for peers");
     add_signals();
-    add_endpoints(options);
-}
-
-Listener::~Listener() = default;
-
-void Listener::run() {
-    while (!ending_ && !done_) {
-        serve(next_timeout());
+    if (options.layout) {
+        start_formatting();
     }
-    drain();
-    if (!unfinished_.empty()) {
-        totals_.unfinished["at the end"] += unfinished_.size();
+    if (!options.log.empty()) {
+        totals_.not_logged.emplace();
     }
-    print_totals();
-    if (!failure_.empty()) {
-        throw Failure(failure_);
-    }
-}
-
-void Listener::add_endpoints(const ListenOptions& options) {
-    using Kind = Source::Kind;
-    for (const std::string& place : options.udp) {
-        add_endpoint(Kind::datagrams, "udp", Framing::raw, open_udp("--udp", place));
-    }
-    for (const std::string& path : options.sockets) {
-        Endpoint endpoint = open_local(path);
-        socket_files_.emplace_back(path);
-        add_endpoint(Kind::acceptor, "socket", Framing::header, std::move(endpoint));
-    }
-    for (const std::string& place : options.tcp) {
-        add_endpoint(Kind::acceptor, "tcp", Framing::header, open_tcp("--tcp", place));
-    }
-    for (const std::string& place : options.raw_tcp) {
-        add_endpoint(Kind::acceptor, "raw-tcp", Framing::raw, open_tcp("--raw-tcp", place));
+    add_endpoints();
+    limit_peers();
+    if (names_ != nullptr) {
+        names_->wait_for_nodes(first_names_hold);
     }
     report(ready_);
 }
 
-void Listener::add_endpoint(Source::Kind kind, const char* transport, Framing framing,
-                            Endpoint endpoint) {
-    ready_ += std::string("listening on ") + transport + " " + shown(endpoint.address) + "\n";
-    require(add_source({.kind = kind,
-                        .fd = std::move(endpoint.fd),
-                        .transport = transport,
-                        .framing = framing,
-                        .name = std::move(endpoint.address)}),
-            "cannot wait for peers");
+Listener::~Listener() = default;
+
+void Listener::start_formatting() {
+    formatter_.emplace(*options_.layout, options_.raw);
+    if (options_.raw) {
+        output_.pass_raw();
+    }
+    totals_.withheld.emplace();
+    names_->on_wait([this] { output_.flush(); }, signals_->fd());
+    names_->ask_nodes(configured_nodes());
+    use_names();
+}
+
+void Listener::run() {
+    while (!ending_ && !done_) {
+        serve(next());
+    }
+    drain();
+    if (peers_.unfinished() != 0) {
+        totals_.unfinished["at the end"] += peers_.unfinished();
+    }
+    complaints_.finish();
+    print_totals();
+}
+
+void Listener::add_endpoints() {
+    for (const std::string& place : options_.udp) {
+        add_datagrams(open_udp("--udp", place));
+    }
+    for (const std::string& path : options_.sockets) {
+        LocalEndpoint local = open_local(path);
+        socket_files_.push_back(std::move(local.file));
+        add_acceptor("socket", Framing::header, std::move(local.endpoint));
+    }
+    for (const std::string& place : options_.tcp) {
+        add_acceptor("tcp", Framing::header, open_tcp("--tcp", place));
+    }
+    for (const std::string& place : options_.raw_tcp) {
+        add_acceptor("raw-tcp", Framing::raw, open_tcp("--raw-tcp", place));
+    }
+}
+
+void Listener::add_datagrams(Endpoint endpoint) {
+    ready_ += "listening on udp " + printable(endpoint.address) + "\n";
+    const std::size_t index = sockets_.size();
+    Source* const source =
+        loop_.add(std::move(endpoint.fd), [this, index] { on_datagrams(index); });
+    require(source != nullptr, "cannot wait for peers");
+    sockets_.push_back({source});
+}
+
+void Listener::add_acceptor(const char* transport, Framing framing, Endpoint endpoint) {
+    ready_ += std::string("listening on ") + transport + " " + printable(endpoint.address) + "\n";
+    const std::size_t index = acceptors_.size();
+    Source* const source = loop_.add(std::move(endpoint.fd), [this, index] { on_acceptor(index); });
+    require(source != nullptr, "cannot wait for peers");
+    acceptors_.push_back({source, transport, framing});
 }
 
 /* Signals are read like peers, so nothing happens between two instructions. */
 void Listener::add_signals() {
     sigset_t set;
     sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGUSR1);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) {
+        sigaddset(&set, number);
+    }
     sigprocmask(SIG_BLOCK, &set, nullptr);
     FileDescriptor fd(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
-    require(fd.get() >= 0 && add_source({.kind = Source::Kind::signals,
-                                         .fd = std::move(fd),
-                                         .transport = "",
-                                         .framing = Framing::raw,
-                                         .name = ""}),
-            "cannot wait for signals");
+    require(fd.get() >= 0, "cannot wait for signals");
+    signals_ = loop_.add(std::move(fd), [this] { on_signals(); });
+    require(signals_ != nullptr, "cannot wait for signals");
 }
 
-/* False where the system does not watch one more. */
-bool Listener::add_source(Source source) {
-    const int fd = source.fd.get();
-    auto kept = std::make_unique<Source>(std::move(source));
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.ptr = kept.get();
-    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
-        return false;
+/* Peers leave descriptors for what the listener opens while it runs. */
+void Listener::limit_peers() {
+    rlimit limit{};
+    const FileDescriptor first_free(dup(signals_->fd()));
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || first_free.get() < 0) {
+        return;
     }
-    sources_[fd] = std::move(kept);
-    return true;
-}
-
-void Listener::remove_peer(Source& peer) {
-    forget_pending(peer);
-    sources_.erase(peer.fd.get());
-    if (!accepting_) {
-        resume_accepting();
-    }
+    const rlim_t used =
+        static_cast<rlim_t>(first_free.get()) + std::min(reserve_max, limit.rlim_cur / 4);
+    peers_.limit(limit.rlim_cur > used ? limit.rlim_cur - used : 1);
 }
 
 /* Waits once and serves what is ready; how much that was. */
-int Listener::serve(int timeout) {
-    std::array<epoll_event, ready_max> ready;
-    const int count = epoll_wait(epoll_.get(), ready.data(), ready_max, timeout);
-    for (int i = 0; i < count && !done_; ++i) {
-        on_ready(*static_cast<Source*>(ready[static_cast<std::size_t>(i)].data.ptr));
-    }
+int Listener::serve(Clock::time_point until) {
+    flushed_ = Clock::now();
+    const int count = loop_.turn(until, [this] { return after_source(); });
     // With a full set more may be waiting, from the very peers that seem to be late.
-    if (count < ready_max) {
+    if (count < Loop::ready_max) {
         give_up_unfinished();
     }
-    if (!accepting_ && Clock::now() >= resume_at_) {
-        resume_accepting();
-    }
+    look_at_time();
+    take_kept();
     output_.flush();
+    if (const std::string complaint = output_.take_complaint(); !complaint.empty()) {
+        complaints_.tell(printable(complaint));
+    }
     return count;
 }
 
-/* Milliseconds to the next thing that must happen by itself; -1 where there is none. */
-int Listener::next_timeout() const {
-    Clock::time_point next = Clock::time_point::max();
-    if (!unfinished_.empty()) {
-        next = unfinished_.front()->deadline;
+/* Between two sources; false where the turn is over. */
+bool Listener::after_source() {
+    take_kept();
+    if (Clock::now() - flushed_ >= turn_max) {
+        output_.flush();
+        on_signals();
+        flushed_ = Clock::now();
     }
+    return !done_ && (!ending_ || draining_);
+}
+
+/* What happens by itself. */
+void Listener::look_at_time() {
+    const Clock::time_point now = Clock::now();
+    complaints_.settle(now);
+    if (!accepting_ && now >= resume_at_) {
+        watch_acceptors(true);
+    }
+    if (configuration_ != nullptr && now >= configuration_->next()) {
+        look_for_changes(false);
+    }
+    if (names_ != nullptr && names_->tend(now)) {
+        use_names();
+    }
+}
+
+/* When look_at_time() is to be called again at the latest. */
+Listener::Clock::time_point Listener::next() const {
+    Clock::time_point first = std::min(peers_.next(), complaints_.next());
     if (!accepting_) {
-        next = std::min(next, resume_at_);
+        first = std::min(first, resume_at_);
     }
-    if (next == Clock::time_point::max()) {
-        return -1;
+    if (configuration_ != nullptr) {
+        first = std::min({first, configuration_->next(), names_->next()});
     }
-    const auto left = std::chrono::ceil<milliseconds>(next - Clock::now());
-    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 3'600'000));
+    return first;
 }
 
 /* Serves what has arrived until there is no more; a peer that goes on sending ends it as well. */
 void Listener::drain() {
+    draining_ = true;
     const Clock::time_point limit = Clock::now() + drain_limit;
-    while (!done_ && Clock::now() < limit && serve(0) > 0) {
+    while (!done_ && Clock::now() < limit && serve(Clock::time_point()) > 0) {
     }
 }
 
-void Listener::on_ready(Source& source) {
-    switch (source.kind) {
-        case Source::Kind::signals:
-            return on_signal(source);
-        case Source::Kind::datagrams:
-            return on_datagrams(source);
-        case Source::Kind::acceptor:
-            return on_acceptor(source);
-        case Source::Kind::peer:
-            return on_peer(source);
-    }
-}
-
-void Listener::on_signal(Source& source) {
+void Listener::on_signals() {
     signalfd_siginfo info{};
-    while (read(source.fd.get(), &info, sizeof info) == sizeof info) {
+    while (read(signals_->fd(), &info, sizeof info) == sizeof info) {
         if (info.ssi_signo == SIGUSR1) {
             print_totals();
+        } else if (info.ssi_signo == SIGHUP) {
+            on_hangup();
         } else {
             ending_ = true;
             output_.hurry();
@@ -289,148 +268,281 @@ void Listener::on_signal(Source& source) {
     }
 }
 
-void Listener::on_datagrams(Source& source) {
-    const int count = datagrams_->receive(source.fd.get());
-    for (int i = 0; i < count && !done_; ++i) {
-        const auto index = static_cast<std::size_t>(i);
-        note_dropped(source, overflow_count(datagrams_->messages[index].msg_hdr, source.dropped));
-        take_datagram(source, index);
+void Listener::on_hangup() {
+    if (const std::string complaint = output_.reopen(); !complaint.empty()) {
+        complaints_.tell(printable(complaint));
+    }
+    if (configuration_ != nullptr) {
+        configuration_->ask(Configuration::Part::traps);
+        configuration_->ask(Configuration::Part::mib);
+        look_for_changes(true);
     }
 }
 
-void Listener::take_datagram(const Source& source, std::size_t index) {
-    const Datagrams::Slot& slot = datagrams_->slots[index];
-    const std::size_t size = datagrams_->messages[index].msg_len;
-    // A longer one fills the slot, which shows that it is too long.
-    deliver(source.transport, address_name(slot.from), std::nullopt, Bytes(slot.data).first(size));
+void Listener::on_datagrams(std::size_t index) {
+    take_kept();
+    DatagramSocket& socket = sockets_[index];
+    const std::size_t count = batch_.receive(socket.source->fd());
+    for (std::size_t i = 0; i < count && !done_; ++i) {
+        note_dropped(socket, batch_.dropped(i, socket.dropped));
+        // A longer one fills the slot, which shows that it is too long.
+        deliver("udp", address_name(batch_.sender(i)), std::nullopt, batch_.bytes(i));
+    }
+}
+
+/* Serves what came while nobody did, before anything that came later. */
+void Listener::take_kept() {
+    while (!kept_.empty() && !done_) {
+        const KeptDatagram datagram = std::move(kept_.front());
+        kept_.pop_front();
+        deliver("udp", address_name(datagram.sender), std::nullopt, datagram.bytes);
+    }
+}
+
+std::vector<int> Listener::datagram_sockets() const {
+    std::vector<int> sockets;
+    for (const DatagramSocket& socket : sockets_) {
+        sockets.push_back(socket.source->fd());
+    }
+    return sockets;
 }
 
 /* The system counts per socket, modulo 2^32, and a datagram may tell an older count. */
-void Listener::note_dropped(Source& source, std::uint32_t dropped) {
-    const std::uint32_t more = dropped - source.dropped;
+void Listener::note_dropped(DatagramSocket& socket, std::uint32_t dropped) {
+    const std::uint32_t more = dropped - socket.dropped;
     if (more < 0x80000000U) {
         totals_.dropped += more;
-        source.dropped = dropped;
+        socket.dropped = dropped;
     }
 }
 
-void Listener::on_acceptor(Source& source) {
-    for (int i = 0; i < accept_max; ++i) {
-        const int fd = accept4(source.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (fd >= 0) {
-            accept_peer(source, fd);
-        } else if (out_of_room(errno)) {
-            pause_accepting();
-            return;
-        } else if (errno == EAGAIN) {
-            crowded_ = false;
-            return;
+void Listener::on_acceptor(std::size_t index) {
+    for (int i = 0; i < accept_max && accept_one(acceptors_[index]); ++i) {
+    }
+}
+
+/* Takes in one peer that waits; false if there is none, or no room. */
+bool Listener::accept_one(const Acceptor& acceptor) {
+    const int listening = acceptor.source->fd();
+    if (peers_.is_full() && is_readable(listening) && !make_room(EMFILE)) {
+        return false;
+    }
+    FileDescriptor fd(accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (fd.get() >= 0) {
+        accept_peer(acceptor, std::move(fd));
+        return true;
+    }
+    const int error = errno;
+    if (out_of_room(error) && is_readable(listening)) {
+        return make_room(error);
+    }
+    crowded_ = crowded_ && peers_.is_full();
+    return error != EAGAIN && !out_of_room(error);
+}
+
+void Listener::accept_peer(const Acceptor& acceptor, FileDescriptor fd) {
+    probe_idle_peer(fd.get());
+    PeerIdentity identity = identify_peer(fd.get());
+    if (peers_.is_host_full(identity)) {
+        constexpr const char* reason = "too many peers of one host";
+        ++totals_.refused[reason];
+        return complain("refused", acceptor.transport, identity.name, reason);
+    }
+    Peer& peer = peers_.add({.identity = std::move(identity),
+                             .transport = acceptor.transport,
+                             .framing = acceptor.framing});
+    peer.source = loop_.add(std::move(fd), [this, &peer] { on_peer(peer); });
+    if (peer.source == nullptr) {
+        ++totals_.refused["no room for another peer"];
+        peers_.remove(peer);
+    }
+}
+
+/*
+ * Room for one more peer: the one that has been silent for the longest time goes. What it has just
+ * sent is taken first, which may show that it is not silent at all. False if the others must wait.
+ */
+bool Listener::make_room(int error) {
+    const Clock::time_point since = Clock::now() - shortest_silence;
+    for (Peer* peer = peers_.longest_silent(); peer != nullptr && peer->heard <= since;
+         peer = peers_.longest_silent()) {
+        const std::size_t before = peers_.size();
+        const Peer* const chosen = peer;
+        on_peer(*peer);
+        if (peers_.size() < before) {
+            return true;
+        }
+        if (peers_.longest_silent() == chosen) {
+            close_peer(*peer, "gave way to others after a long silence", "gave way to others");
+            return true;
         }
     }
-}
-
-void Listener::accept_peer(const Source& acceptor, int fd) {
-    probe_idle_peer(fd);
-    const bool added = add_source({.kind = Source::Kind::peer,
-                                   .fd = FileDescriptor(fd),
-                                   .transport = acceptor.transport,
-                                   .framing = acceptor.framing,
-                                   .name = peer_name(fd)});
-    if (!added) {
-        ++totals_.refused["no room for another peer"];
-    }
+    pause_accepting(error);
+    return false;
 }
 
 /* Peers that cannot be taken in would wake the loop for ever. */
-void Listener::pause_accepting() {
+void Listener::pause_accepting(int error) {
     if (!crowded_) {
-        report(std::string("no room for more peers (") + std::strerror(errno) +
-               "); they wait until one leaves\n");
+        complaints_.add(std::string("no room for more peers (") +
+                        (peers_.is_full() ? "as many as there may be" : std::strerror(error)) +
+                        "); they wait until one leaves or is silent");
     }
     crowded_ = true;
-    accepting_ = false;
-    resume_at_ = Clock::now() + accept_pause;
-    arm_acceptors(0);
+    const Peer* const first = peers_.longest_silent();
+    resume_at_ = first != nullptr ? first->heard + shortest_silence : Clock::now() + accept_pause;
+    resume_at_ = std::max(resume_at_, Clock::now() + milliseconds(1));
+    watch_acceptors(false);
 }
 
-void Listener::resume_accepting() {
-    accepting_ = true;
-    arm_acceptors(EPOLLIN);
-}
-
-void Listener::arm_acceptors(std::uint32_t events) {
-    for (const auto& [fd, source] : sources_) {
-        if (source->kind == Source::Kind::acceptor) {
-            epoll_event event{};
-            event.events = events;
-            event.data.ptr = source.get();
-            epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event);
-        }
+void Listener::watch_acceptors(bool wanted) {
+    accepting_ = wanted;
+    for (const Acceptor& acceptor : acceptors_) {
+        loop_.watch(*acceptor.source, wanted);
     }
 }
 
-void Listener::on_peer(Source& peer) {
+void Listener::remove_peer(Peer& peer) {
+    loop_.remove(*peer.source);
+    peers_.remove(peer);
+    if (!accepting_) {
+        watch_acceptors(true);
+    }
+}
+
+void Listener::close_peer(Peer& peer, const char* why, const char* unfinished) {
+    if (!peer.pending.empty()) {
+        ++totals_.unfinished[unfinished];
+    }
+    complain("closed", peer.transport, peer.identity.name, why);
+    remove_peer(peer);
+}
+
+void Listener::on_peer(Peer& peer) {
     const std::size_t kept = peer.pending.size();
     std::copy(peer.pending.begin(), peer.pending.end(), chunk_.begin());
-    const ssize_t got = recv(peer.fd.get(), chunk_.data() + kept, chunk_.size() - kept, 0);
+    const ssize_t got = recv(peer.source->fd(), chunk_.data() + kept, chunk_.size() - kept, 0);
     if (got > 0) {
         consume(peer, Bytes(chunk_).first(kept + static_cast<std::size_t>(got)));
     } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
-        end_of_stream(peer);
+        if (!peer.pending.empty()) {
+            ++totals_.unfinished["closed by the peer"];
+        }
+        remove_peer(peer);
     }
 }
 
 /* Delivers the whole traps in `bytes` and keeps the rest for later. */
-void Listener::consume(Source& peer, Bytes bytes) {
+void Listener::consume(Peer& peer, Bytes bytes) {
+    const std::size_t all = bytes.size();
     while (!done_) {
         const Frame frame = next_frame(peer.framing, bytes);
         if (frame.state == Frame::State::refused) {
             ++totals_.refused[frame.reason];
-            report(std::string("refused ") + peer.transport + " " + peer.name + ": " +
-                   frame.reason + "\n");
+            complain("refused", peer.transport, peer.identity.name, frame.reason);
             return remove_peer(peer);
         }
         if (frame.state == Frame::State::unfinished) {
             break;
         }
-        deliver(peer.transport, peer.name, frame.header, frame.trap);
+        deliver(peer.transport, peer.identity.name, frame.header, frame.trap);
         bytes = bytes.subspan(frame.length);
     }
+    const bool whole = bytes.size() < all;
+    if (whole) {
+        peers_.heard(peer);
+    }
     // Behind the count, nobody asks for the rest.
-    keep_pending(peer, done_ ? Bytes() : bytes);
-}
-
-void Listener::keep_pending(Source& peer, Bytes bytes) {
-    forget_pending(peer);
-    if (!bytes.empty()) {
-        peer.pending.assign(bytes.begin(), bytes.end());
-        peer.deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                           std::chrono::duration<double>(options_.idle));
-        peer.place = unfinished_.insert(unfinished_.end(), &peer);
-    }
-}
-
-void Listener::forget_pending(Source& peer) {
-    if (!peer.pending.empty()) {
-        unfinished_.erase(peer.place);
-        std::vector<std::uint8_t>().swap(peer.pending);
-    }
-}
-
-void Listener::end_of_stream(Source& peer) {
-    if (!peer.pending.empty()) {
-        ++totals_.unfinished["closed by the peer"];
-    }
-    remove_peer(peer);
+    peers_.keep(peer, done_ ? Bytes() : bytes, whole);
 }
 
 void Listener::give_up_unfinished() {
-    while (!unfinished_.empty() && unfinished_.front()->deadline <= Clock::now()) {
-        Source& peer = *unfinished_.front();
-        ++totals_.unfinished["timed out"];
-        report(std::string("closed ") + peer.transport + " " + peer.name +
-               ": the rest of a trap did not come in time\n");
-        remove_peer(peer);
+    for (Peer* peer = peers_.first_late(); peer != nullptr && peer->deadline <= Clock::now();
+         peer = peers_.first_late()) {
+        close_peer(*peer, "the rest of a trap did not come in time", "timed out");
+    }
+}
+
+/*
+ * Has a changed configuration tried out. With `hold` the traps wait for it, but not for ever, and
+ * not for one that could not be read the last time.
+ */
+void Listener::look_for_changes(bool hold) {
+    if (!configuration_->start(Clock::now())) {
+        return;
+    }
+    if (hold && configuration_->is_sound()) {
+        output_.flush();
+        DatagramKeeper keeper(datagram_sockets());
+        const bool finished = wait_for_child();
+        if (finished) {
+            apply_changes();
+        }
+        keeper.finish(kept_);
+        if (finished) {
+            return;
+        }
+    }
+    child_ = loop_.add(FileDescriptor(fcntl(configuration_->fd(), F_DUPFD_CLOEXEC, 0)),
+                       [this] { on_child(); });
+}
+
+/* Whether the child has come to its end before the time is over and before a signal comes. */
+bool Listener::wait_for_child() {
+    const Clock::time_point limit = Clock::now() + reload_hold;
+    std::array<pollfd, 2> waited = {
+        {{configuration_->fd(), POLLIN, 0}, {signals_->fd(), POLLIN, 0}}};
+    for (;;) {
+        const auto left = std::chrono::ceil<milliseconds>(limit - Clock::now());
+        if (left.count() <= 0 ||
+            poll(waited.data(), waited.size(), static_cast<int>(left.count())) <= 0) {
+            return false;
+        }
+        if (waited[0].revents != 0 && configuration_->take()) {
+            return true;
+        }
+        if (waited[1].revents != 0) {
+            return false;
+        }
+    }
+}
+
+void Listener::on_child() {
+    if (configuration_->take()) {
+        loop_.remove(*child_);
+        child_ = nullptr;
+        output_.flush();
+        DatagramKeeper keeper(datagram_sockets());
+        apply_changes();
+        keeper.finish(kept_);
+    }
+}
+
+/* Reading takes its time, so somebody else must keep what arrives meanwhile. */
+void Listener::apply_changes() {
+    if (const std::string complaint = configuration_->apply(); !complaint.empty()) {
+        complaints_.tell(printable("configuration: " + complaint));
+    }
+    names_->ask_nodes(configured_nodes());
+    names_->wait_for_nodes(names_hold);
+}
+
+/* Has the loop look after the process that asks for names. */
+void Listener::use_names() {
+    if (answers_ != nullptr) {
+        loop_.remove(*answers_);
+        answers_ = nullptr;
+    }
+    if (names_->fd() >= 0) {
+        answers_ = loop_.add(FileDescriptor(fcntl(names_->fd(), F_DUPFD_CLOEXEC, 0)),
+                             [this] { on_names(); });
+    }
+}
+
+void Listener::on_names() {
+    names_->take_answers();
+    if (names_->fd() < 0) {
+        use_names();
     }
 }
 
@@ -438,12 +550,17 @@ void Listener::deliver(const char* transport, const std::string& peer,
                        const std::optional<trap_headerEMS>& header, Bytes trap) {
     if (const char* reason = trap_.decode(trap)) {
         ++totals_.undecodable[reason];
-        return;
+        return complain("undecodable", transport, peer, reason);
     }
     ++totals_.received;
     done_ = options_.count != 0 && totals_.received >= options_.count;
     print({transport, peer, trap.size(), header, trap_.info(), trap_.bindings()});
     output_.written();
+    if (formatter_ && (formatter_->tells_of_configuration() || formatter_->tells_of_mib())) {
+        configuration_->ask(formatter_->tells_of_mib() ? Configuration::Part::mib
+                                                       : Configuration::Part::traps);
+        look_for_changes(true);
+    }
 }
 
 void Listener::print(const ReceivedTrap& trap) {
@@ -465,19 +582,23 @@ void Listener::print_formatted() {
         case TrapFormatter::Result::hidden:
             ++(*totals_.withheld)["not to be shown"];
             return;
-        case TrapFormatter::Result::failed:
-            failure_ = formatter_->text();
-            done_ = true;
     }
 }
 
 void Listener::print_totals() {
-    for (const auto& [fd, source] : sources_) {
-        if (source->kind == Source::Kind::datagrams) {
-            note_dropped(*source, drops_now(fd, source->dropped));
-        }
+    for (DatagramSocket& socket : sockets_) {
+        note_dropped(socket, datagrams_dropped(socket.source->fd(), socket.dropped));
+    }
+    if (totals_.not_logged) {
+        output_.flush();
+        totals_.not_logged = output_.lost();
     }
     report(totals_text(totals_));
+}
+
+void Listener::complain(const char* what, const char* transport, const std::string& peer,
+                        const std::string& reason) {
+    complaints_.add(printable(std::string(what) + " " + transport + " " + peer + ": " + reason));
 }
 
 }  // namespace wq::command

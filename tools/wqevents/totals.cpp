@@ -19,6 +19,7 @@ std::string counters_text(const char* name, const Counters& counters) {
 std::string totals_text(const Totals& totals) {
     return "received " + std::to_string(totals.received) + " traps\n" +
            (totals.withheld ? counters_text("withheld", *totals.withheld) : "") +
+           (totals.not_logged ? "not logged " + std::to_string(*totals.not_logged) + "\n" : "") +
            counters_text("undecodable", totals.undecodable) +
            counters_text("refused", totals.refused) +
            counters_text("unfinished", totals.unfinished) + "dropped by the kernel " +

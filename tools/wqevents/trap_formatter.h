@@ -26,7 +26,9 @@ inline constexpr const char* layout_kinds_help =
 rtrap_user parse_layout_kind(std::string_view name);
 
 /*
- * The configuration is the process's own, so that one object at a time is enough.
+ * Formats by what the process has read, which must be all, as by Configuration; never reads amid a
+ * trap. Octet strings are strict hexadecimal if the environment variable VORTD_STRICT_HEX_FORMAT is
+ * set.
  */
 class TrapFormatter {
   public:
@@ -34,29 +36,29 @@ class TrapFormatter {
         shown,   // all of the text
         cut,     // as many lines as there is room for
         hidden,  // the configuration has the trap not shown
-        failed,  // the configuration, which changed, cannot be read; the text says why
     };
 
-    /*
-     * Reads the configuration: the file of that name, or, where it is "", the one that the platform
-     * names. A Failure where it cannot be read. The text of `raw` is the library's own, else that
-     * of trap_lines().
-     */
-    explicit TrapFormatter(rtrap_user kind, const std::string& configuration = "",
-                           bool raw = false);
+    /* The text of `raw` is the library's own, else that of trap_lines(). */
+    explicit TrapFormatter(rtrap_user kind, bool raw = false);
 
     /* Makes the text of a trap. `time` is what it shows, 0: now. */
     Result format(TrapRecords& trap, std::time_t time = 0);
 
-    /* What was made: whole lines, "" for a hidden trap, a message where that failed. */
+    /* What was made: whole lines, "" for a hidden trap. */
     std::string_view text() const { return text_; }
+
+    /* Whether the last trap told that the configuration, or the MIB, is another now. */
+    bool tells_of_configuration() const { return tells_of_configuration_; }
+    bool tells_of_mib() const { return tells_of_mib_; }
 
   private:
     rtrap_user kind_;
+    bool raw_;
     std::unique_ptr<char[]> buffer_;
     std::string_view text_;
-    bool raw_;
     std::string lines_;
+    bool tells_of_configuration_ = false;
+    bool tells_of_mib_ = false;
 };
 
 }  // namespace wq::command

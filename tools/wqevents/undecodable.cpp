@@ -65,10 +65,25 @@ constexpr std::array items = {
     Item{"time stamp", skip_integer},
 };
 
+/* The name of a message of a newer version (RFC 1901 3, RFC 3412 6); null for others. */
+const char* newer_version(Cursor cursor) {
+    unsigned char type = 0;
+    std::int32_t version = 0;
+    if (!advance(cursor, asnParseHeader09(cursor.at, &cursor.left, &type)) ||
+        type != ASN_SEQUENCE09 ||
+        !advance(cursor, asnParseInt09(cursor.at, &cursor.left, &version, sizeof version))) {
+        return nullptr;
+    }
+    return version == 1 ? "SNMPv2c message" : version == 3 ? "SNMPv3 message" : nullptr;
+}
+
 }  // namespace
 
 const char* undecodable_reason(std::span<const std::uint8_t> message) {
     Cursor cursor{message.data(), static_cast<int>(message.size())};
+    if (const char* newer = newer_version(cursor)) {
+        return newer;
+    }
     for (const Item& item : items) {
         if (!item.step(cursor)) {
             return item.reason;
