@@ -327,11 +327,11 @@ TEST_P(RandomEdits, NeverChangeAnAnswer) {
 INSTANTIATE_TEST_SUITE_P(Models, RandomEdits,
                          ::testing::Values(Shape{"empty", 0, 0, 5, 20, true, 2000},
                                            Shape{"few", 30, 5, 20, 60, true, 3000},
-                                           Shape{"short_lists", 600, 120, 20, 900, false, 2500},
-                                           Shape{"long_lists", 1500, 4, 5000, 3000, false, 2500},
+                                           Shape{"short_lists", 600, 120, 20, 900, false, 1500},
+                                           Shape{"long_lists", 1500, 4, 5000, 3000, false, 1200},
                                            Shape{"many_equal_numbers", 400, 3, 12, 900, false,
                                                  1500},
-                                           Shape{"many_of_both", 4000, 200, 200, 9000, false, 400}),
+                                           Shape{"many_of_both", 4000, 200, 200, 9000, false, 250}),
                          [](const auto& named) { return std::string(named.param.title); });
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
-#include <new>
+#include <memory>
 
 #include "EMS/events/internal/chunks.h"
 
@@ -105,7 +105,7 @@ class ItemPool {
         }
         void* cell = reinterpret_cast<void*>(chunk.begin + chunk.used);
         permit(cell, sizeof(Header));
-        auto* header = ::new (cell) Header;
+        auto* header = std::construct_at(static_cast<Header*>(cell));
         permit(item_of(header), sizeof(Item));
         chunk.used += cell_size;
         return header;
