@@ -5,6 +5,10 @@
  * process, so one thread at a time may send and one at a time may receive. Callers allocate all
  * records; the library never frees them. A null pointer that has no meaning of its own makes a call
  * fail the way that the function fails. A peer that is gone is a -1 with EPIPE, never a signal.
+ *
+ * After a -1 errno is not 0: EINVAL for arguments, a trap that cannot be encoded included, ENOENT
+ * for an unknown host or service, EBADMSG for a trap that does not decode, else the system's.
+ * Threads may be cancelled in the functions that open, close, send or receive.
  */
 #ifndef WQEVENTS_CHANNEL_H
 #define WQEVENTS_CHANNEL_H
@@ -143,15 +147,15 @@ typedef enum s_msg_type {
  *      split when the host is unknown.
  *
  * Fills `ei` except `status` and `target`, which stay the caller's. Applications 4 (always) and 24
- * (but for mode 3) send no wake-up event. Returns the socket descriptor, or -1 with errno left as
- * the failing call set it and `ei->sd` -1.
+ * (but for mode 3) send no wake-up event. Returns the socket descriptor, or -1 with `ei->sd` -1.
  */
 WQEVENTS_API int open_event(event_infoEMS* ei, int source, char* name, int trans);
 
 /*
  * close_event: sends the disconnect event (application 4: none; application 24: always with a
- * transmission header, `ei->trans` becoming 3) and closes the socket. Leaves the other fields of
- * `ei` as they were. Returns the result of close(), or -1 when `ei` is null or not open.
+ * transmission header, `ei->trans` becoming 3) and closes the socket. Over TCP of mode 3 it waits
+ * before, at most 1 second, until the peer's system has all that was sent. Leaves the other fields
+ * of `ei` as they were. Returns the result of close(), or -1 when `ei` is null or not open.
  */
 WQEVENTS_API int close_event(event_infoEMS* ei);
 
@@ -242,15 +246,17 @@ WQEVENTS_API int get_pdu_len(const unsigned char* data, int32_t* length) WQEVENT
 
 /*
  * logger: writes "routine: message" and a newline to the standard error stream and flushes it;
- * nothing with `level` 0.
+ * nothing with `level` 0. It neither waits nor raises a signal: what the stream does not take is
+ * lost.
  */
 WQEVENTS_API void logger(int level, const char* routine, const char* fmt, ...) WQEVENTS_NOEXCEPT
     WQEVENTS_PRINTF(3, 4);
 
 /*
- * sendsig: sends signal `signo` to the process whose decimal number `pidFile` holds. `procName` is
- * ignored. Returns 0 when it was sent or failed for another reason than a missing process;
- * non-zero when there is no such process; 1 when the file cannot be read.
+ * sendsig: sends signal `signo` to the process whose decimal number `pidFile` begins with, blanks
+ * of any length before it aside. `procName` is ignored. Returns 0 when it was sent or failed for
+ * another reason than a missing process; non-zero when there is no such process; 1 when the file
+ * cannot be read or holds no number above 0.
  */
 WQEVENTS_API int sendsig(int signo, const char* procName, const char* pidFile);
 

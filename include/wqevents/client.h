@@ -5,7 +5,8 @@
  * The upper layer (init_snmp_call() to snmpcall_error()) works on a client record and the
  * platform's SNMP transport; the lower layer (send_request(), snmpBuild09(), snmp_parse()) does one
  * exchange on a socket of the caller's. IPv4 addresses are in network byte order, as in struct
- * in_addr. Clients share a socket address and the error text: one thread at a time may use them.
+ * in_addr. Clients share a socket address and the error text: one thread at a time may use them. A
+ * thread that waits for an answer may be cancelled.
  *
  * Result codes of the upper layer, which stay in `response.errstat`:
  *    0 and above  the agent's error-status (RFC 1157 4.1.1), 0 success

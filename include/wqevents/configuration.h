@@ -471,8 +471,8 @@ WQEVENTS_API int open_ferlo_lock_file(const char* mode, FILE** stream, char** na
 /*
  * sendFMTCHGevent: tells the daemon that `program` changed the configuration file, by event
  * 50790438 on a channel of application `source` that is opened and closed for it. Returns 0 with
- * `*message` null, or -1 with a warning in `*message`, a text of the library's that the next
- * failure replaces.
+ * `*message` null, or -1 with a warning in `*message`, a text of the library's that stays readable
+ * and that the next failure may overwrite; without `program` or memory -1 with a null message.
  */
 WQEVENTS_API int sendFMTCHGevent(const char* program, uint16_t source, char** message);
 

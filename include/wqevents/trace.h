@@ -2,6 +2,8 @@
  * The trace log and the message catalogue.
  *
  * Process-wide and meant for one thread at a time. Write errors on the trace file are ignored.
+ * Writing never waits and raises neither SIGPIPE nor SIGXFSZ: what a full pipe, a pipe that nobody
+ * reads or a full disk does not take is lost.
  */
 #ifndef WQEVENTS_TRACE_H
 #define WQEVENTS_TRACE_H
@@ -30,7 +32,7 @@ WQEVENTS_API extern int snmptracemaskEMS;
 /*
  * open_trace_log: appends the trace to the file `path`, or writes it to the standard output where
  * `path` is "-". While a trace is open, the path is ignored. Returns 0, or -1 when the file cannot
- * be opened.
+ * be opened, as a FIFO that nobody reads.
  */
 WQEVENTS_API int open_trace_log(const char* path) WQEVENTS_NOEXCEPT;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <new>
+#include <memory>
 
 namespace wq {
 
@@ -13,7 +13,7 @@ namespace wq {
 template <class T>
 T& lasting() {
     alignas(T) static std::byte room[sizeof(T)];
-    static T* const made = ::new (room) T();
+    static T* const made = std::construct_at(reinterpret_cast<T*>(room));
     return *made;
 }
 
