@@ -25,8 +25,8 @@ class Output {
     std::string& text() { return text_; }
     /* Writes what has gathered when that is much. */
     void written();
-    /* Writes all. The standard output is waited for; a Fatal when it does not take it, ReaderGone when
-     * nobody reads it any more. What a log does not take at once is lost, and counted. */
+    /* Writes all. The standard output is waited for; a Fatal when it does not take it, ReaderGone
+     * when nobody reads it any more. What a log does not take at once is lost, and counted. */
     void flush();
     /* From now on what gathers goes out as it is; else show_lines() has it before. */
     void pass_raw() { raw_ = true; }
