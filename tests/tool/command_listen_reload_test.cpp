@@ -85,7 +85,7 @@ TEST_F(ListenReload, WhatCannotBeReadChangesNothing) {
     } rows[] = {
         {"CATEGORY 64 \"Beyond\"\n", "Bad category number (must be < 64) in line #1 of \"" +
                                          folder_.path("C/vortd.conf") +
-                                         "\":\nCATEGORY 64 \"Beyond\"."},
+                                         "\":\n\tCATEGORY 64 \"Beyond\"."},
         {small_configuration + std::string("BROKEN {1.3.6.1.4.1.2} 6 6 A 1 0 \"Error Events\"\n"),
          "Did not find an event log format\n"},
         {"!\n", "vortd.conf\" is being written, or was not written to its end\n"},
@@ -133,7 +133,7 @@ TEST_F(ListenReload, AFileThatIsMissingOrNoneChangesNothing) {
     EXPECT_TRUE(listener.wait_for_err("Could not open trap format file \"" + file +
                                       "\": No such file or directory\n"));
     ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
-    EXPECT_TRUE(listener.wait_for_err("\"" + file + "\" is not a regular file\n"));
+    EXPECT_TRUE(listener.wait_for_err("it is a pipe, not a regular file\n"));
     // A file that the system refuses to read, though it is there and regular.
     std::filesystem::remove(file);
     std::filesystem::create_symlink("/proc/self/mem", file);

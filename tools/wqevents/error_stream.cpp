@@ -7,10 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -72,6 +73,12 @@ std::string seconds_text(Complaints::Clock::duration time) {
     return std::to_string(std::max<std::int64_t>(whole, 1)) + " s";
 }
 
+bool write_complaint(std::string_view text) {
+    std::string lines = indented(text) + "\n";
+    show_lines(lines);
+    return write_error(lines);
+}
+
 }  // namespace
 
 FileDescriptor unblocking(int fd) {
@@ -104,35 +111,19 @@ bool write_error(std::string_view text) {
     return taken;
 }
 
-std::string printable(std::string_view text) {
-    std::string shown;
-    for (const char c : text) {
-        const bool control =
-            (static_cast<unsigned char>(c) < ' ' && c != '\t' && c != '\n') || c == '\x7f';
-        if (control) {
-            std::array<char, 5> code{};
-            std::snprintf(code.data(), code.size(), "\\x%02X", static_cast<unsigned char>(c));
-            shown += code.data();
-        } else {
-            shown += c;
-        }
-    }
-    return shown;
-}
-
 void Complaints::add(std::string_view text) {
     const Clock::time_point now = Clock::now();
     settle(now);
     start_ = written_ == 0 ? now : start_;
     const bool allowed = written_ < complaints_max;
     written_ += allowed ? 1 : 0;
-    if (!allowed || !write_error(std::string(text).append("\n"))) {
+    if (!allowed || !write_complaint(text)) {
         count();
     }
 }
 
 void Complaints::tell(std::string_view text) {
-    if (!write_error(std::string(text).append("\n"))) {
+    if (!write_complaint(text)) {
         start_ = written_ == 0 ? Clock::now() : start_;
         written_ = std::max(written_, 1);
         count();

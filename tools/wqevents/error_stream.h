@@ -26,16 +26,13 @@ bool errors_never_wait();
 // Only after never_wait_for_errors().
 bool write_error(std::string_view text);
 
-// printable: a text of somebody else's as it is shown: control characters but the tab and the
-// newline as \xHH.
-std::string printable(std::string_view text);
-
 // Complaints about what peers do: a storm of them neither fills a log nor holds anything up.
 class Complaints {
   public:
     using Clock = std::chrono::steady_clock;
 
-    // Writes a complaint, a text without its newline: at most 10 in a second. The others are
+    // Writes a complaint, a text without its last newline, made fit for a terminal: at most 10 in a
+    // second. The others are
     // counted, and so are those that the standard error stream does not take.
     void add(std::string_view text);
 

@@ -68,7 +68,7 @@ hostent* look_up(std::uint32_t address) {
         if (!name.empty()) {
             return record.describe(name, address);
         }
-    } catch (const std::exception&) {  // no memory; or the output, which reports it itself again
+    } catch (...) {  // no memory; or the output, which fails again where that can be told
     }
     h_errno = HOST_NOT_FOUND;
     return nullptr;

@@ -149,7 +149,7 @@ void Listener::add_endpoints() {
 }
 
 void Listener::add_datagrams(Endpoint endpoint) {
-    ready_ += "listening on udp " + printable(endpoint.address) + "\n";
+    ready_ += "listening on udp " + shown(endpoint.address) + "\n";
     const std::size_t index = sockets_.size();
     Source* const source =
         loop_.add(std::move(endpoint.fd), [this, index] { on_datagrams(index); });
@@ -158,7 +158,7 @@ void Listener::add_datagrams(Endpoint endpoint) {
 }
 
 void Listener::add_acceptor(const char* transport, Framing framing, Endpoint endpoint) {
-    ready_ += std::string("listening on ") + transport + " " + printable(endpoint.address) + "\n";
+    ready_ += std::string("listening on ") + transport + " " + shown(endpoint.address) + "\n";
     const std::size_t index = acceptors_.size();
     Source* const source = loop_.add(std::move(endpoint.fd), [this, index] { on_acceptor(index); });
     require(source != nullptr, "cannot wait for peers");
@@ -203,7 +203,7 @@ int Listener::serve(Clock::time_point until) {
     take_kept();
     output_.flush();
     if (const std::string complaint = output_.take_complaint(); !complaint.empty()) {
-        complaints_.tell(printable(complaint));
+        complaints_.tell(complaint);
     }
     return count;
 }
@@ -270,7 +270,7 @@ void Listener::on_signals() {
 
 void Listener::on_hangup() {
     if (const std::string complaint = output_.reopen(); !complaint.empty()) {
-        complaints_.tell(printable(complaint));
+        complaints_.tell(complaint);
     }
     if (configuration_ != nullptr) {
         configuration_->ask(Configuration::Part::traps);
@@ -521,7 +521,7 @@ void Listener::on_child() {
 /* Reading takes its time, so somebody else must keep what arrives meanwhile. */
 void Listener::apply_changes() {
     if (const std::string complaint = configuration_->apply(); !complaint.empty()) {
-        complaints_.tell(printable("configuration: " + complaint));
+        complaints_.tell("configuration: " + complaint);
     }
     names_->ask_nodes(configured_nodes());
     names_->wait_for_nodes(names_hold);
@@ -598,7 +598,7 @@ void Listener::print_totals() {
 
 void Listener::complain(const char* what, const char* transport, const std::string& peer,
                         const std::string& reason) {
-    complaints_.add(printable(std::string(what) + " " + transport + " " + peer + ": " + reason));
+    complaints_.add(std::string(what) + " " + transport + " " + peer + ": " + reason);
 }
 
 }  // namespace wq::command

@@ -18,6 +18,8 @@
 #include "child_process.h"
 #include "command.h"
 #include "conf_model.h"
+#include "input_file.h"
+#include "shown_text.h"
 
 namespace wq::command {
 namespace {
@@ -100,16 +102,27 @@ Copied copy_failed(std::string& complaint, std::string reason) {
     return Copied::failed;
 }
 
+// Whether the file is a regular one, or none at all.
+bool is_ordinary(const std::string& name, std::string& complaint) {
+    try {
+        refuse_special_file(name);
+        return true;
+    } catch (const Failure& failure) {
+        complaint = failure.what();
+        return false;
+    }
+}
+
 // One try. A file that changes meanwhile, or whose writer has not come to its end, is torn; a
 // writer's own mark for that is "!".
 Copied copy_once(const std::string& name, int to, bool quiet, std::string& complaint) {
+    if (!is_ordinary(name, complaint)) {
+        return Copied::failed;
+    }
     const FileDescriptor from(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat before {};
     if (from.get() < 0 || fstat(from.get(), &before) != 0) {
         return copy_failed(complaint, failed_to("open trap format file", name, errno));
-    }
-    if (!S_ISREG(before.st_mode)) {
-        return copy_failed(complaint, "\"" + name + "\" is not a regular file");
     }
     if (quiet && !is_ago(before.st_mtim, quiet_ns)) {
         return Copied::torn;
@@ -175,8 +188,11 @@ bool read_copy(const std::string& name, int copy, std::string& message) {
 }
 
 bool read_mib(std::string& message) {
-    const bool read = WQmib_load_mib() == 0;
     have_read_mibtxt = 1;
+    if (!is_ordinary(WQmib_get_mib_filename(), message)) {
+        return false;
+    }
+    const bool read = WQmib_load_mib() == 0;
     if (!read) {
         message = "cannot read the MIB file " + quoted(WQmib_get_mib_filename());
     }
@@ -235,7 +251,7 @@ Configuration::Configuration(const std::string& name) : text_(empty_copy()) {
         throw Failure(message);
     }
     if (!message.empty()) {
-        report(message + "\n");
+        report(indented(message) + "\n");
     }
 }
 
