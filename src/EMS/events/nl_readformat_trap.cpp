@@ -349,18 +349,21 @@ int read_block(ConfReader& reader, TrapBlock& block) {
 
 /* --- into the model --- */
 
-std::vector<char*> released(std::vector<ModelText>& texts) {
-    std::vector<char*> all;
-    all.reserve(texts.size());
+/* Into `all`, which has room for them. */
+void release(std::vector<ModelText>& texts, std::vector<char*>& all) {
     for (ModelText& text : texts) {
         all.push_back(text.release());
     }
-    return all;
 }
 
 void insert_trap(TrapBlock& block) {
-    std::vector<char*> names = released(block.slot_names);
-    std::vector<char*> values = released(block.slot_values);
+    std::vector<char*> names;
+    std::vector<char*> values;
+    names.reserve(block.slot_names.size());
+    values.reserve(block.slot_values.size());
+    /* Nothing fails any more, so nothing is lost. */
+    release(block.slot_names, names);
+    release(block.slot_values, values);
     const int node_count = block.nodes.count();
     insertMallocTrapRecord(block.enterprise, block.name.data(), block.generic, block.specific,
                            node_count, block.nodes.release(), static_cast<int>(block.category),
