@@ -113,7 +113,7 @@ TEST_F(ListenReload, WhatCannotBeReadChangesNothing) {
         }
         write_all(peer, joined({formatted_trap(4), formatted_trap(2)}));
         ASSERT_TRUE(listener.wait_for_lines(lines += 4));
-        EXPECT_TRUE(listener.out().ends_with("logged\nfirst of public\nsecond of 0\nthird\n"));
+        EXPECT_TRUE(listener.out().ends_with("logged\nfirst of public\n\tsecond of 0\n\tthird\n"));
         EXPECT_EQ(count(listener.err(), start), complaints) << listener.err();
     }
     // It is read without another notice once it can be.

@@ -79,7 +79,7 @@ std::string reason_of(const Destination& destination, int error) {
         getservbyname("kmvortd-client", "tcp") == nullptr) {
         return "the TCP service kmvortd-client is not known; /etc/services must name its port";
     }
-    if (error == 0) {
+    if (error == ENOENT && has_port(destination.mode)) {
         return "the host is not known; give a name or an IPv4 address";
     }
     return std::strerror(error);
