@@ -212,8 +212,8 @@ WQEVENTS_API int augmentTrapspecFile(char** errmsg, const char* path);
  * and holds for one of them, else the first one without nodes. An updated record keeps its node
  * list, event class and slot mapping, and each of the description, format, EXEC and DISPLAY texts
  * for which null is given. A new record whose name is taken gets one with "_1", "_2" and so on: the
- * first that is free. In a large model a name that was written by hand counts as taken once a
- * look-up has found it or trapspec_relinked() was called.
+ * first that is free. In a model of tens of thousands of traps a name that was written by hand
+ * counts as taken once a look-up has found it or trapspec_relinked() was called.
  *
  * Ownership: `nodeList` and its strings, `rawformat`, `rawexec`, `rawdisplay`, `description` and
  * the strings in `slotNames` and `slotVals` come from doMalloc() or doStrdup() and become the

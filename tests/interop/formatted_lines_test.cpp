@@ -82,7 +82,7 @@ const std::vector<Case>& cases() {
           "o",
           "1.3.6.1.4.1.99999"},
          "disk /var has 3000000000 of 4294967295 left for 2m\n"
-         "added at 192.0.2.8 by secret with variable: 0x00 ff 7f kind\n"},
+         "\tadded at 192.0.2.8 by secret with variable: 0x00 ff 7f kind\n"},
         {"negative",
          {"1.3.6.1.4.1.8072", "192.0.2.7", "6", "-1", "1"},
          "raised: 6 -1 ffffffff 1.3.6.1.4.1.8072\n"},

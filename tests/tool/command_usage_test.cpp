@@ -26,7 +26,7 @@ TEST(Usage, EverySubcommandHelpsWithExamples) {
         {{"send", "-h"}, "ENTERPRISE GENERIC SPECIFIC TIME [OID TYPE VALUE]..."},
         {{"format", "--help"}, "  wqevents format --conf vortd.conf --kind kmevents traps.pcap"},
         {{"conf", "--help"}, "  wqevents conf check examples/vortd.conf"},
-        {{"conf", "check", "--help"}, "  wqevents conf check --expand examples/vortd.conf"},
+        {{"conf", "check", "--help"}, "  wqevents conf check --strict vortd.conf"},
         {{"names", "--help"}, "  wqevents names examples/oid_to_label find net-snmp"},
         {{"mib", "--help"}, "compile"},
         {{"mib", "compile", "--help"}, "  wqevents mib compile -I /usr/share/snmp/mibs -I ./mibs"},
@@ -204,7 +204,7 @@ TEST(Usage, HelpOfASubcommandHasExamplesOfItsOwn) {
 /* As other programs of a pipeline, by SIGPIPE. */
 TEST(Usage, AReaderThatHasGoneEndsTheCommandQuietly) {
     for (const Words& words : std::vector<Words>{{"--help"},
-                                                 {"conf", "check", WQEVENTS_EXAMPLES "/vortd.conf"},
+                                                 {"conf", "list", "--conf", WQEVENTS_EXAMPLES "/vortd.conf"},
                                                  {"status"},
                                                  {"codepoints", "--help"}}) {
         std::array<int, 2> ends{};

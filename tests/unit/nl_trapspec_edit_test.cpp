@@ -294,14 +294,27 @@ TEST_F(InsertRecord, MakesNamesUnique) {
 class Suffixes : public InsertRecord, public ::testing::WithParamInterface<int> {
   protected:
     void SetUp() override {
-        for (int i = 0; i < GetParam(); ++i) {
-            TrapModel::trap(enterprise_, "other" + std::to_string(i), 5, i);
-        }
+        read_others();
         for (int i = 0; i < 4; ++i) {
             named_t_.push_back(insert_t());
         }
     }
     trap_record* insert_t() { return TrapModel::trap(enterprise_, "t", 6, ++specific_); }
+
+    /* From a file: inserting tens of thousands of traps one by one takes long. */
+    void read_others() {
+        const std::string oid = oid_to_string(enterprise_->enterprise_oid, enterprise_->oid_len);
+        std::string text = "CATEGORY 2 \"Error Events\"\n";
+        text += std::string(enterprise_->enterprise_name) + " {" + oid + "}\n";
+        for (int i = 0; i < GetParam(); ++i) {
+            const std::string number = std::to_string(i);
+            text += "other" + number + " {" + oid + "} 5 " + number +
+                    " A 1 0 \"Error Events\"\nformat\nSDESC\nEDESC\n";
+        }
+        const TempDir dir;
+        char* message = nullptr;
+        ASSERT_EQ(augmentTrapspecFile(&message, dir.write("conf", text).c_str()), 0) << message;
+    }
 
     std::vector<trap_record*> named_t_; /* t, t_1, t_2, t_3 */
     int specific_ = 0;
@@ -328,13 +341,20 @@ TEST_P(Suffixes, TakeTheFirstThatIsFreeAfterAnUnlinking) {
 
 TEST_P(Suffixes, KnowNamesThatWereWrittenByHand) {
     TrapModel::rename(nameToExactTrap("other7"), "t_4");
-    if (GetParam() > 1000) {
+    if (GetParam() > 20000) {
         trapspec_relinked();
     }
     EXPECT_STREQ(insert_t()->name, "t_5");
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, Suffixes, ::testing::Values(10, 300, 3000));
+TEST_P(Suffixes, KnowTrapsThatWereSetAsideForAWhile) {
+    trap_record* aside = unlink(head_of(enterprise_), named_t_[2]);
+    trapspec_relinked();
+    link(enterprise_, aside);
+    EXPECT_STREQ(insert_t()->name, "t_4");
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, Suffixes, ::testing::Values(10, 300, 3000, 30000));
 
 /* Of the records with nodes the first one that holds for the first of `nodes` that one holds for.
  */

@@ -80,7 +80,8 @@ EnterpriseEntry& ModelIndex::new_entry(enterprise_info& enterprise, EnterpriseNo
 void ModelIndex::drop() {
     ++generation_;
     last_entry_ = nullptr;
-    enterprises_.for_each_note([](EnterpriseNote& note) { note.entry.reset(); });
+    enterprises_.for_each(
+        [](const enterprise_info& /*item*/, EnterpriseNote& note) { note.entry.reset(); });
     std::default_delete<Tables>()(std::exchange(tables_, nullptr));
 }
 
@@ -94,12 +95,13 @@ void ModelIndex::make_tables() {
         reading_->foreign.clear();
     }
     index_enterprises();
+    // Those in no list as well: a program may have set them aside, and link them in again.
+    records_.for_each([this](trap_record& record, const RecordNote& /*note*/) {
+        enter_name(record, *note_of(record));
+    });
     for (enterprise_info* e = enterprise_list_head.next; e != nullptr; e = e->next) {
         for (trap_record* r = e->trap_rec_list_head.next; r != nullptr; r = r->next) {
-            RecordNote* note = note_of(*r);
-            if (note != nullptr) {
-                enter_name(*r, *note);
-            }
+            const RecordNote* note = note_of(*r);
             if (note == nullptr || note->owner == nullptr) {
                 note_foreign(*e, *r);
             }

@@ -137,7 +137,7 @@ class ModelIndex {
     void prefetch_name(std::string_view name) const;
     // The first trap of that name.
     NamedTrap find_trap(std::string_view name);
-    // True if a trap has the name. In a large model a name that was written by hand counts once
+    // True if a trap has the name. In a very large model a name that was written by hand counts once
     // find_trap() has come upon it.
     bool is_taken(std::string_view name);
     // Numbers from 1 to below it make names of that beginning that are all taken.
@@ -156,6 +156,9 @@ class ModelIndex {
   private:
     static constexpr size_t checked_links = 3;
     static constexpr size_t few_records = 1000;  // whose names the lists alone are asked for
+    // From here on a name that is not known counts as free: following the lists for each new record
+    // would cost the square of their number.
+    static constexpr size_t very_many_records = 20000;
 
     struct Tables {
         OrderedBlocks<EnterpriseEntry*> enterprises;

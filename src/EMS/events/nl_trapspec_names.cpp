@@ -192,7 +192,7 @@ NamedTrap ModelIndex::find_trap(std::string_view name) {
 }
 
 bool ModelIndex::is_taken(std::string_view name) {
-    if (is_made() && !is_believed() && !follows_names()) {
+    if (is_made() && !is_believed() && tables_->by_name.size() > very_many_records) {
         const uint32_t hash = hash_name(name);
         if (bearers(name, hash).count == 0 && !tables_->foreign_names.contains(hash)) {
             return false;

@@ -295,7 +295,7 @@ void ModelIndex::take_out_of_order(EnterpriseEntry& entry) {
 
 // What is out of order is left out, as a search by order does not come upon it.
 void ModelIndex::index_enterprises() {
-    enterprises_.for_each_note([](EnterpriseNote& note) {
+    enterprises_.for_each([](const enterprise_info& /*item*/, EnterpriseNote& note) {
         if (note.entry != nullptr) {
             note.entry->in_order = false;
         }

@@ -57,14 +57,14 @@ class ItemPool {
         return header == nullptr ? nullptr : &header->note;
     }
 
-    // Calls `visit` with each note.
+    // Calls `visit` with each item in use and its note.
     template <class Visit>
-    void for_each_note(Visit visit) {
+    void for_each(Visit visit) {
         chunks_.for_each([&](Chunk& chunk) {
             for (std::size_t at = 0; at < chunk.used; at += cell_size) {
                 auto* header = reinterpret_cast<Header*>(chunk.begin + at);
                 if (header->live) {
-                    visit(header->note);
+                    visit(*item_of(header), header->note);
                 }
             }
         });
