@@ -33,7 +33,7 @@ long to_go = 0;
 bool fails_on = false;
 bool has_failed = false;
 
-bool fails_now() {
+[[maybe_unused]] bool fails_now() {
     if (to_go > 0 && --to_go == 0) {
         has_failed = true;
         to_go = fails_on ? 1 : 0;
