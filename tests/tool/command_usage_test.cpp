@@ -203,10 +203,11 @@ TEST(Usage, HelpOfASubcommandHasExamplesOfItsOwn) {
 
 /* As other programs of a pipeline, by SIGPIPE. */
 TEST(Usage, AReaderThatHasGoneEndsTheCommandQuietly) {
-    for (const Words& words : std::vector<Words>{{"--help"},
-                                                 {"conf", "list", "--conf", WQEVENTS_EXAMPLES "/vortd.conf"},
-                                                 {"status"},
-                                                 {"codepoints", "--help"}}) {
+    for (const Words& words :
+         std::vector<Words>{{"--help"},
+                            {"conf", "list", "--conf", WQEVENTS_EXAMPLES "/vortd.conf"},
+                            {"status"},
+                            {"codepoints", "--help"}}) {
         std::array<int, 2> ends{};
         ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
         close(ends[0]);

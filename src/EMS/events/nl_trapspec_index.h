@@ -137,8 +137,8 @@ class ModelIndex {
     void prefetch_name(std::string_view name) const;
     // The first trap of that name.
     NamedTrap find_trap(std::string_view name);
-    // True if a trap has the name. In a very large model a name that was written by hand counts once
-    // find_trap() has come upon it.
+    // True if a trap has the name. In a very large model a name that was written by hand counts
+    // once find_trap() has come upon it.
     bool is_taken(std::string_view name);
     // Numbers from 1 to below it make names of that beginning that are all taken.
     int first_suffix(std::string_view name);
