@@ -3,6 +3,8 @@
 #include <wqevents/codec.h>
 #include <wqevents/trace.h>
 
+#include <algorithm>
+#include <array>
 #include <climits>
 #include <cstring>
 #include <string>
@@ -457,6 +459,23 @@ TEST(NotificationAddress, TooShortAValueDoesNoHarm) {
         ASSERT_EQ(decoded.result, 0) << size;
         EXPECT_EQ(decoded.trap.info.vars, 1);
         EXPECT_EQ(stored_numbers(decoded), "1");
+    }
+}
+
+TEST(NotificationAddress, OctetsThatAValueDoesNotHaveAreZero) {
+    constexpr std::array<uint8_t, 5> value{4, 0xc0, 0xa8, 7, 9};
+    for (size_t size = 0; size < value.size(); ++size) {
+        const Bytes octets(value.begin(), value.begin() + static_cast<std::ptrdiff_t>(size));
+        const Bytes message =
+            message_of("30(06(2b 06 01 04 01 63 0c 2d 02 01 00) 04(" + to_hex(octets) + "))");
+        Trap trap(1);
+        std::memset(trap.vars.data(), 0xee, sizeof trap.vars[0]);  // as an earlier trap left it
+        ASSERT_EQ(snmp_parse_trap(message.data(), static_cast<int>(message.size()), &trap.info,
+                                  nullptr, trap.vars.data()),
+                  0);
+        std::array<uint8_t, 4> expected{};
+        std::copy_n(value.begin() + 1, size > 1 ? size - 1 : 0, expected.begin());
+        EXPECT_EQ(std::memcmp(&trap.info.agent, expected.data(), expected.size()), 0) << size;
     }
 }
 
