@@ -84,6 +84,12 @@ class Inputs : public Formatting {
     std::string trap_;
 };
 
+TEST(ReadAll, TellsOfAStreamThatFails) {
+    const std::unique_ptr<std::FILE, command::CloseFile> failing(std::fopen(failing_file, "r"));
+    ASSERT_NE(failing, nullptr);
+    EXPECT_THROW(command::read_all(failing.get(), "it"), command::Failure);
+}
+
 TEST_F(Inputs, WhatIsNoRegularFileIsRefused) {
     const Fd socket_file(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket"));
     sockaddr_un address{};

@@ -1,3 +1,6 @@
+#include <arpa/inet.h>
+#include <poll.h>
+
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -6,6 +9,7 @@
 #include "captures.h"
 #include "formatting.h"
 #include "host_names.h"
+#include "resolver.h"
 #include "support/sandbox.h"
 
 namespace wq::test {
@@ -103,6 +107,27 @@ TEST(HostName, HasLettersDigitsDotsDashesAndUnderscores) {
           std::string("a\n"), std::string("\xc3\xa4"), std::string("a/b")}) {
         EXPECT_FALSE(command::is_host_name(name.c_str())) << name;
     }
+}
+
+TEST(Resolver, OwesNothingAfterTheLastAnswer) {
+    command::Resolver resolver;
+    EXPECT_EQ(resolver.overdue(), command::Resolver::Clock::time_point::max());
+    ASSERT_TRUE(resolver.ask(htonl(INADDR_LOOPBACK)));
+    EXPECT_EQ(resolver.waiting(), 1U);
+    EXPECT_LT(resolver.overdue(), command::Resolver::Clock::time_point::max());
+    std::size_t answers = 0;
+    while (answers == 0) {
+        pollfd waited{resolver.fd(), POLLIN, 0};
+        ASSERT_EQ(poll(&waited, 1, 60'000), 1);
+        ASSERT_TRUE(resolver.take([&](const HostAnswer& told) {
+            EXPECT_EQ(told.address, htonl(INADDR_LOOPBACK));
+            EXPECT_TRUE(told.last);
+            ++answers;
+        }));
+    }
+    EXPECT_EQ(answers, 1U);
+    EXPECT_EQ(resolver.waiting(), 0U);
+    EXPECT_EQ(resolver.overdue(), command::Resolver::Clock::time_point::max());
 }
 
 Bytes trap_of(std::uint8_t host) {

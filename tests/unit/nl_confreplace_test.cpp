@@ -246,6 +246,19 @@ TEST_F(Replace, GivesBackWhatItCouldReserve) {
     EXPECT_TRUE(text() == shorter);
 }
 
+TEST_F(Replace, TellsWhyThereIsNoRoomWhateverGivingBackSays) {
+    start(changes[0]);
+    file_calls.fail("reserve", 0, ENOSPC);
+    file_calls.before = [] {
+        if (file_calls.log.back().starts_with("ftruncate")) {
+            file_calls.fail("ftruncate", 0, EIO);
+        }
+    };
+    ASSERT_EQ(replace(longer), Replaced::no_room);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_TRUE(text() == shorter);
+}
+
 TEST_F(Replace, FillsTheSizeLimitToTheLastByte) {
     const auto with_limit = [&](rlim_t limit) {
         dir.write("f", shorter);

@@ -75,9 +75,14 @@ TEST_F(Alerts, PrintsOneRecord) {
 }
 
 TEST_F(Alerts, PadsAKeyOfOneDigit) {
-    trap("ACME_UP")->alert_element = new_alert(5);
-    ASSERT_EQ(write(), (ConfRead{0, ""}));
-    EXPECT_NE(written().find("\n 5 0  ;\n"), std::string::npos);
+    const std::pair<int, const char*> keys[] = {
+        {5, "\n 5 0  ;\n"}, {0xF, "\n f 0  ;\n"}, {0x10, "\n10 0  ;\n"}};
+    for (const auto& [key, line] : keys) {
+        trap("ACME_UP")->alert_element = new_alert(key);
+        ASSERT_EQ(write(), (ConfRead{0, ""}));
+        EXPECT_NE(written().find(line), std::string::npos) << written();
+        delete_ferlo_record(trap("ACME_UP"));
+    }
 }
 
 std::string random_text(Random& random) {

@@ -92,13 +92,15 @@ class FileLock : public testing::Test {
         pauses = 0;
         return stream;
     }
-    /* What another process finds on the file. A description of its own stands for one. */
-    Held held() const {
+    /* What another process finds on the file, or on its first bytes. A description of its own
+       stands for one. */
+    Held held(off_t bytes = 0) const {
         const Fd probe(open(path.c_str(), O_RDWR | O_CLOEXEC));
         const auto is_refused = [&](short type) {
             struct flock whole {};
             whole.l_type = type;
             whole.l_whence = SEEK_SET;
+            whole.l_len = bytes;
             EXPECT_EQ(fcntl(probe.get(), F_OFD_GETLK, &whole), 0);
             return whole.l_type != F_UNLCK;
         };
@@ -188,6 +190,7 @@ TEST_F(FileLock, AnotherReaderKeepsASharedLockFromRising) {
         std::fclose(writer);
     }
     EXPECT_EQ(held(), Held::shared) << "the refusal took nothing away";
+    EXPECT_EQ(held(1), Held::shared) << "nor from programs that look at the first byte only";
     writer = open_locked("r+");
     EXPECT_EQ(held(), Held::exclusive);
     std::fclose(writer);
