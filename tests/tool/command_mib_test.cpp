@@ -202,6 +202,20 @@ TEST(MibCompile, PackagedModulesBecomeNames) {
     }
 }
 
+/* As some makers' modules have them. */
+TEST(MibCompile, NamesWithUnderscoresAreTaken) {
+    const TempDir dir;
+    const std::string module = dir.write("SCORE-MIB.txt",
+                                         "SCORE-MIB DEFINITIONS ::= BEGIN\n"
+                                         "IMPORTS enterprises FROM RFC1155-SMI;\n"
+                                         "under_score OBJECT IDENTIFIER ::= { enterprises 99996 }\n"
+                                         "END\n");
+    const CommandRun run(compile({module}));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(definitions(run.out), "under_score enterprises 99996\n");
+}
+
 TEST(MibCompile, ErrorsAreToldAndNothingIsWritten) {
     const struct {
         const char* module;

@@ -213,6 +213,19 @@ TEST_F(TrapBlocks, OfTheSameNumbersThoseWithNodesComeFirst) {
     EXPECT_STREQ(findExactTrapRecord(enterprise_list_head.next, 6, 3, "beta")->name, "general");
 }
 
+/* Only a program gives two records the same node. */
+TEST_F(TrapBlocks, OfTwoWithTheSameNodeTheFirstIsUpdated) {
+    ASSERT_EQ(read(head + block("second", "6 3", "NODES alpha\n") +
+                   block("first", "6 3", "NODES beta\n")),
+              done);
+    ASSERT_EQ(traps(), (Names{"first", "second"}));
+    char*& node = trap("first")->nodeList[0];
+    doFree(node);
+    node = doStrdup("alpha");
+    EXPECT_EQ(augment(block("new", "6 3", "NODES alpha\n")), done);
+    EXPECT_EQ(traps(), (Names{"new", "second"}));
+}
+
 TEST_F(TrapBlocks, ASecondBlockForATrapUpdatesIt) {
     EXPECT_EQ(read(head + block("first", "6 3", "EXEC e\nEVENT_CLASS k\n") +
                    block("second", "6 3", "FORWARD\nEVENT_CLASS other\n")),
