@@ -54,8 +54,8 @@ constexpr unsigned last_set = 7;
 constexpr unsigned last_point = 0xFFFE;
 
 /* More than any catalogue has: each code point may have a text of more than a line. */
-constexpr std::size_t file_max = 64 * 1024 * 1024;
-constexpr std::size_t points_max = last_set * (last_point + 1);
+constexpr std::size_t file_max = std::size_t{64} << 20;
+constexpr std::size_t points_max = std::size_t{last_set} * (last_point + 1);
 
 struct CodePoint {
     unsigned set;

@@ -12,7 +12,7 @@
 namespace wq::command {
 namespace {
 
-constexpr std::size_t kept_max = 64 * 1024 * 1024;
+constexpr std::size_t kept_max = std::size_t{64} << 20;
 constexpr std::size_t kept_overhead = 128;  // of memory, beside a datagram's bytes
 
 }  // namespace

@@ -125,20 +125,27 @@ std::string lock_name(const std::string& path) {
     return path + ".lock";
 }
 
+Failure lock_failure(const std::string& path, const char* what) {
+    const int error = errno;
+    return system_failure(std::string("cannot listen on socket ")
+                              .append(path)
+                              .append(": cannot ")
+                              .append(what)
+                              .append(" ")
+                              .append(lock_name(path)),
+                          error);
+}
+
 /* The lock of a path; the first that asks gets it and keeps it for life. */
 FileDescriptor lock_path(const std::string& path) {
     const std::string name = lock_name(path);
     for (;;) {
         FileDescriptor fd(open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (fd.get() < 0) {
-            throw system_failure("cannot listen on socket " + path + ": cannot open " + name,
-                                 errno);
+            throw lock_failure(path, "open");
         }
         if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
-            throw errno == EWOULDBLOCK
-                ? somebody_listens(path)
-                : system_failure("cannot listen on socket " + path + ": cannot lock " + name,
-                                 errno);
+            throw errno == EWOULDBLOCK ? somebody_listens(path) : lock_failure(path, "lock");
         }
         if (is_current(fd.get(), name)) {
             return fd;
