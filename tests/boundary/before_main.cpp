@@ -22,6 +22,8 @@ void use_messages_and_formats() {
     trap_element element{};
     makeFormatString(doStrdup("$3 of $E"), &element);
     CHECK(element.num_args > 0);
+    doFree(element.rawstring);
+    doFree(element.format);
     char name[2048];
     const uint32_t oid[] = {1, 3, 6};
     sprint__objid(name, oid, 3);
