@@ -77,10 +77,7 @@ hostent* look_up(std::uint32_t address) {
 }  // namespace
 
 CLI::Option* add_names_option(CLI::App& command, NameMode& mode) {
-    std::vector<std::pair<std::string, NameMode>> words;
-    for (const auto& [text, value] : modes) {
-        words.emplace_back(text, value);
-    }
+    const std::vector<std::pair<std::string, NameMode>> words(modes.begin(), modes.end());
     const std::string other = mode == NameMode::now ? " (default: now)" : " (default: cache)";
     return command
         .add_option("--names", mode,
